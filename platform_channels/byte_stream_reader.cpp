@@ -1,0 +1,72 @@
+#include "byte_stream_reader.h"
+
+#include <cstring>
+#include <iostream>
+
+namespace flutter {
+
+bool ByteBufferStreamReader::Take(size_t length) {
+  if (failed_) {
+    return false;
+  }
+  if (length > size_ - location_) {
+    std::cerr << "Invalid read in StandardCodecByteStreamReader" << std::endl;
+    Fail();
+    return false;
+  }
+  return true;
+}
+
+void ByteBufferStreamReader::Fail() {
+  failed_ = true;
+  location_ = size_;
+}
+
+uint8_t ByteBufferStreamReader::ReadByte() {
+  if (!Take(1)) {
+    return 0;
+  }
+  return bytes_[location_++];
+}
+
+void ByteBufferStreamReader::ReadBytes(uint8_t* buffer, size_t length) {
+  if (length == 0) {
+    return;
+  }
+  if (!Take(length)) {
+    std::memset(buffer, 0, length);
+    return;
+  }
+  std::memcpy(buffer, bytes_ + location_, length);
+  location_ += length;
+}
+
+void ByteBufferStreamReader::ReadAlignment(uint8_t alignment) {
+  const size_t mod = location_ % alignment;
+  if (mod != 0) {
+    // Padding past the end is as much a truncation as any other missing byte.
+    if (Take(alignment - mod)) {
+      location_ += alignment - mod;
+    }
+  }
+}
+
+int32_t ByteBufferStreamReader::ReadInt32() {
+  int32_t value = 0;
+  ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));
+  return value;
+}
+
+int64_t ByteBufferStreamReader::ReadInt64() {
+  int64_t value = 0;
+  ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));
+  return value;
+}
+
+double ByteBufferStreamReader::ReadDouble() {
+  double value = 0;
+  ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));
+  return value;
+}
+
+}  // namespace flutter

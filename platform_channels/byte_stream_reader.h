@@ -1,0 +1,46 @@
+// Reads the standard codec's bytes out of a buffer it does not own.
+#ifndef KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_READER_H_
+#define KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_READER_H_
+
+#include <cstddef>
+#include <cstdint>
+
+namespace flutter {
+
+// Alignment is counted from the start of the whole message (offset 0 of the buffer). A read past
+// the end prints the codec's "Invalid read" line, yields zeros and marks the reader failed; once
+// failed, every further read yields zeros without printing again.
+class ByteBufferStreamReader {
+ public:
+  ByteBufferStreamReader(const uint8_t* bytes, size_t size) : bytes_(bytes), size_(size) {}
+
+  ByteBufferStreamReader(const ByteBufferStreamReader&) = delete;
+  ByteBufferStreamReader& operator=(const ByteBufferStreamReader&) = delete;
+
+  uint8_t ReadByte();
+  void ReadBytes(uint8_t* buffer, size_t length);
+  // Skips to the next multiple of `alignment` from the start of the buffer.
+  void ReadAlignment(uint8_t alignment);
+
+  int32_t ReadInt32();
+  int64_t ReadInt64();
+  double ReadDouble();
+
+  size_t position() const { return location_; }
+  size_t remaining() const { return size_ - location_; }
+  bool failed() const { return failed_; }
+  // Marks the stream unusable (used by the serializer for structural faults).
+  void Fail();
+
+ private:
+  bool Take(size_t length);
+
+  const uint8_t* bytes_;
+  size_t size_;
+  size_t location_ = 0;
+  bool failed_ = false;
+};
+
+}  // namespace flutter
+
+#endif  // KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_READER_H_

@@ -1,0 +1,45 @@
+// Appends the standard codec's bytes to a vector owned by the caller.
+#ifndef KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_WRITER_H_
+#define KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_WRITER_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace flutter {
+
+// Alignment is counted from the start of the whole message (offset 0 of the vector).
+class ByteBufferStreamWriter {
+ public:
+  explicit ByteBufferStreamWriter(std::vector<uint8_t>* buffer) : bytes_(buffer) {}
+
+  ByteBufferStreamWriter(const ByteBufferStreamWriter&) = delete;
+  ByteBufferStreamWriter& operator=(const ByteBufferStreamWriter&) = delete;
+
+  void WriteByte(uint8_t byte) { bytes_->push_back(byte); }
+  void WriteBytes(const uint8_t* bytes, size_t length) {
+    if (length > 0) {
+      bytes_->insert(bytes_->end(), bytes, bytes + length);
+    }
+  }
+  // Pads with zero bytes to the next multiple of `alignment` from the start of the buffer.
+  void WriteAlignment(uint8_t alignment) {
+    const size_t mod = bytes_->size() % alignment;
+    if (mod != 0) {
+      bytes_->insert(bytes_->end(), alignment - mod, 0);
+    }
+  }
+
+  void WriteInt32(int32_t value) { WriteBytes(reinterpret_cast<const uint8_t*>(&value), 4); }
+  void WriteInt64(int64_t value) { WriteBytes(reinterpret_cast<const uint8_t*>(&value), 8); }
+  void WriteDouble(double value) { WriteBytes(reinterpret_cast<const uint8_t*>(&value), 8); }
+
+  size_t size() const { return bytes_->size(); }
+
+ private:
+  std::vector<uint8_t>* bytes_;
+};
+
+}  // namespace flutter
+
+#endif  // KESTRUN_PLATFORM_CHANNELS_BYTE_STREAM_WRITER_H_

@@ -1,0 +1,258 @@
+#include "standard_codec_serializer.h"
+
+#include <iostream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace flutter {
+
+namespace {
+
+// Type bytes of the standard message codec.
+enum class Type : uint8_t {
+  kNull = 0,
+  kTrue = 1,
+  kFalse = 2,
+  kInt32 = 3,
+  kInt64 = 4,
+  kLargeInt = 5,  // legacy; read like a string, never written
+  kFloat64 = 6,
+  kString = 7,
+  kUInt8List = 8,
+  kInt32List = 9,
+  kInt64List = 10,
+  kFloat64List = 11,
+  kList = 12,
+  kMap = 13,
+  kFloat32List = 14,
+};
+
+void PrintInvalidRead() { std::cerr << "Invalid read in StandardCodecByteStreamReader" << std::endl; }
+
+// Element count and payload of a typed list: count, padding to the element size, elements.
+template <typename T>
+EncodableValue ReadTypedList(const StandardCodecSerializer& serializer,
+                             ByteBufferStreamReader* stream) {
+  const size_t count = serializer.ReadSize(stream);
+  stream->ReadAlignment(sizeof(T));
+  if (stream->failed()) {
+    return EncodableValue();
+  }
+  if (count > stream->remaining() / sizeof(T)) {
+    PrintInvalidRead();
+    stream->Fail();
+    return EncodableValue();
+  }
+  std::vector<T> list(count);
+  stream->ReadBytes(reinterpret_cast<uint8_t*>(list.data()), count * sizeof(T));
+  return EncodableValue(std::move(list));
+}
+
+template <typename T>
+void WriteTypedList(const StandardCodecSerializer& serializer, const std::vector<T>& list,
+                    ByteBufferStreamWriter* stream) {
+  serializer.WriteSize(list.size(), stream);
+  if (list.empty()) {
+    return;  // an empty list carries no padding
+  }
+  stream->WriteAlignment(sizeof(T));
+  stream->WriteBytes(reinterpret_cast<const uint8_t*>(list.data()), list.size() * sizeof(T));
+}
+
+}  // namespace
+
+const StandardCodecSerializer& StandardCodecSerializer::GetInstance() {
+  static const StandardCodecSerializer instance;
+  return instance;
+}
+
+EncodableValue StandardCodecSerializer::ReadValue(ByteBufferStreamReader* stream) const {
+  return ReadValueAtDepth(stream, 0);
+}
+
+EncodableValue StandardCodecSerializer::ReadValueAtDepth(ByteBufferStreamReader* stream,
+                                                         int depth) const {
+  const uint8_t type = stream->ReadByte();
+  if (stream->failed()) {
+    return EncodableValue();
+  }
+  return ReadValueOfType(type, stream, depth);
+}
+
+EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
+                                                        ByteBufferStreamReader* stream,
+                                                        int depth) const {
+  switch (static_cast<Type>(type)) {
+    case Type::kNull:
+      return EncodableValue();
+    case Type::kTrue:
+      return EncodableValue(true);
+    case Type::kFalse:
+      return EncodableValue(false);
+    case Type::kInt32:
+      return EncodableValue(stream->ReadInt32());
+    case Type::kInt64:
+      return EncodableValue(stream->ReadInt64());
+    case Type::kFloat64:
+      stream->ReadAlignment(8);
+      return EncodableValue(stream->ReadDouble());
+    case Type::kLargeInt:
+    case Type::kString: {
+      const size_t size = ReadSize(stream);
+      if (stream->failed()) {
+        return EncodableValue();
+      }
+      if (size > stream->remaining()) {
+        PrintInvalidRead();
+        stream->Fail();
+        return EncodableValue();
+      }
+      std::string string(size, '\0');
+      stream->ReadBytes(reinterpret_cast<uint8_t*>(string.data()), size);
+      return EncodableValue(std::move(string));
+    }
+    case Type::kUInt8List:
+      return ReadTypedList<uint8_t>(*this, stream);
+    case Type::kInt32List:
+      return ReadTypedList<int32_t>(*this, stream);
+    case Type::kInt64List:
+      return ReadTypedList<int64_t>(*this, stream);
+    case Type::kFloat64List:
+      return ReadTypedList<double>(*this, stream);
+    case Type::kFloat32List:
+      return ReadTypedList<float>(*this, stream);
+    case Type::kList:
+    case Type::kMap: {
+      const bool is_map = static_cast<Type>(type) == Type::kMap;
+      const size_t count = ReadSize(stream);
+      if (stream->failed()) {
+        return EncodableValue();
+      }
+      // Every element takes at least one byte (its type byte); a larger count is a lie.
+      if (count > stream->remaining() / (is_map ? 2 : 1)) {
+        PrintInvalidRead();
+        stream->Fail();
+        return EncodableValue();
+      }
+      if (depth >= kMaxNestingDepth) {
+        std::cerr << "Nesting deeper than " << kMaxNestingDepth
+                  << " in StandardCodecSerializer::ReadValue" << std::endl;
+        stream->Fail();
+        return EncodableValue();
+      }
+      if (is_map) {
+        EncodableMap map;
+        for (size_t i = 0; i < count && !stream->failed(); ++i) {
+          EncodableValue key = ReadValueAtDepth(stream, depth + 1);
+          EncodableValue value = ReadValueAtDepth(stream, depth + 1);
+          map.insert_or_assign(std::move(key), std::move(value));
+        }
+        return stream->failed() ? EncodableValue() : EncodableValue(std::move(map));
+      }
+      EncodableList list;
+      list.reserve(count);
+      for (size_t i = 0; i < count && !stream->failed(); ++i) {
+        list.push_back(ReadValueAtDepth(stream, depth + 1));
+      }
+      return stream->failed() ? EncodableValue() : EncodableValue(std::move(list));
+    }
+  }
+  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: "
+            << static_cast<int>(type) << std::endl;
+  stream->Fail();
+  return EncodableValue();
+}
+
+size_t StandardCodecSerializer::ReadSize(ByteBufferStreamReader* stream) const {
+  const uint8_t byte = stream->ReadByte();
+  if (byte < 254) {
+    return byte;
+  }
+  if (byte == 254) {
+    uint16_t value = 0;
+    stream->ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));
+    return value;
+  }
+  uint32_t value = 0;
+  stream->ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));
+  return value;
+}
+
+void StandardCodecSerializer::WriteSize(size_t size, ByteBufferStreamWriter* stream) const {
+  if (size < 254) {
+    stream->WriteByte(static_cast<uint8_t>(size));
+  } else if (size <= 0xffff) {
+    stream->WriteByte(254);
+    const uint16_t value = static_cast<uint16_t>(size);
+    stream->WriteBytes(reinterpret_cast<const uint8_t*>(&value), sizeof(value));
+  } else {
+    stream->WriteByte(255);
+    const uint32_t value = static_cast<uint32_t>(size);
+    stream->WriteBytes(reinterpret_cast<const uint8_t*>(&value), sizeof(value));
+  }
+}
+
+void StandardCodecSerializer::WriteValue(const EncodableValue& value,
+                                         ByteBufferStreamWriter* stream) const {
+  std::visit(
+      [this, stream](const auto& v) {
+        using T = std::decay_t<decltype(v)>;
+        if constexpr (std::is_same_v<T, std::monostate>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kNull));
+        } else if constexpr (std::is_same_v<T, bool>) {
+          stream->WriteByte(static_cast<uint8_t>(v ? Type::kTrue : Type::kFalse));
+        } else if constexpr (std::is_same_v<T, int32_t>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kInt32));
+          stream->WriteInt32(v);
+        } else if constexpr (std::is_same_v<T, int64_t>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kInt64));
+          stream->WriteInt64(v);
+        } else if constexpr (std::is_same_v<T, double>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kFloat64));
+          stream->WriteAlignment(8);
+          stream->WriteDouble(v);
+        } else if constexpr (std::is_same_v<T, std::string>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kString));
+          WriteSize(v.size(), stream);
+          stream->WriteBytes(reinterpret_cast<const uint8_t*>(v.data()), v.size());
+        } else if constexpr (std::is_same_v<T, std::vector<uint8_t>>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kUInt8List));
+          WriteSize(v.size(), stream);
+          stream->WriteBytes(v.data(), v.size());
+        } else if constexpr (std::is_same_v<T, std::vector<int32_t>>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kInt32List));
+          WriteTypedList(*this, v, stream);
+        } else if constexpr (std::is_same_v<T, std::vector<int64_t>>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kInt64List));
+          WriteTypedList(*this, v, stream);
+        } else if constexpr (std::is_same_v<T, std::vector<double>>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kFloat64List));
+          WriteTypedList(*this, v, stream);
+        } else if constexpr (std::is_same_v<T, std::vector<float>>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kFloat32List));
+          WriteTypedList(*this, v, stream);
+        } else if constexpr (std::is_same_v<T, EncodableList>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kList));
+          WriteSize(v.size(), stream);
+          for (const EncodableValue& item : v) {
+            WriteValue(item, stream);
+          }
+        } else if constexpr (std::is_same_v<T, EncodableMap>) {
+          stream->WriteByte(static_cast<uint8_t>(Type::kMap));
+          WriteSize(v.size(), stream);
+          for (const auto& [key, item] : v) {
+            WriteValue(key, stream);
+            WriteValue(item, stream);
+          }
+        } else {
+          static_assert(std::is_same_v<T, CustomEncodableValue>, "every kind is handled");
+          std::cerr << "Unhandled custom type in StandardCodecSerializer::WriteValue. "
+                    << "Custom types require codec extensions." << std::endl;
+          stream->WriteByte(static_cast<uint8_t>(Type::kNull));
+        }
+      },
+      static_cast<const EncodableValue::super&>(value));
+}
+
+}  // namespace flutter
