@@ -23,8 +23,9 @@ kestrun_display_alive() {
 }
 
 kestrun_wine_up() {
-  local root=$1
-  mkdir -p "$root"
+  mkdir -p "$1"
+  local root
+  root=$(cd "$1" && pwd)
   exec 9>"$root/lock"
   flock 9
   if ! kestrun_display_alive "$root"; then

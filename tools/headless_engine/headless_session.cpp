@@ -1,0 +1,623 @@
+#include "headless_session.h"
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "child_process.h"
+#include "line_connection.h"
+#include "text_conversion.h"
+#include "winsock_library.h"
+
+namespace kestrun_headless {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Events kept in the queue and in the history; older ones go first beyond this.
+constexpr size_t kMaxKeptEvents = 100000;
+
+DWORD WaitMilliseconds(Clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+  return static_cast<DWORD>(std::clamp<long long>(left.count(), 0, 0x7FFFFFFF));
+}
+
+HeadlessEvent EventFromJson(JsonValue json) {
+  HeadlessEvent event;
+  event.type = json["event"].AsString();
+  event.channel = json["channel"].AsString();
+  event.method = json["method"].AsString();
+  if (event.type == "message") {
+    event.value = ToEncodable(json["args"]);
+  } else if (event.type == "stream") {
+    event.value = ToEncodable(json["value"]);
+  } else if (event.type == "streamError") {
+    event.error_code = json["code"].AsString();
+    event.error_message = json["message"].AsString();
+    event.value = ToEncodable(json["details"]);
+  }
+  event.json = std::move(json);
+  return event;
+}
+
+Reply ReplyFromAnswer(const std::optional<JsonValue>& answer, const std::string& failure) {
+  Reply reply;
+  if (!answer) {
+    reply.failure = failure;
+    return reply;
+  }
+  reply.json = *answer;
+  const std::string& kind = (*answer)["reply"].AsString();
+  std::string error;
+  if (kind == "success") {
+    if (!JsonToEncodable((*answer)["value"], &reply.value, &error)) {
+      reply.failure = "reply value: " + error;
+      return reply;
+    }
+    reply.kind = ReplyKind::kSuccess;
+  } else if (kind == "error") {
+    reply.kind = ReplyKind::kError;
+    reply.error_code = (*answer)["code"].AsString();
+    reply.error_message = (*answer)["message"].AsString();
+    if (!JsonToEncodable((*answer)["details"], &reply.error_details, &error)) {
+      reply.kind = ReplyKind::kFailed;
+      reply.failure = "error details: " + error;
+    }
+  } else if (kind == "notImplemented") {
+    reply.kind = ReplyKind::kNotImplemented;
+  } else if (answer->Has("error")) {
+    reply.failure = (*answer)["error"].AsString();
+  } else {
+    reply.failure = "unexpected answer " + answer->Serialize();
+  }
+  return reply;
+}
+
+bool AnswerOk(const std::optional<JsonValue>& answer) {
+  return answer && (*answer)["ok"].AsBool();
+}
+
+}  // namespace
+
+class HeadlessSession::Impl {
+ public:
+  ~Impl() {
+    process_.Kill(1);
+    if (connection_) {
+      connection_->Shutdown();
+    }
+    if (reader_.joinable()) {
+      reader_.join();
+    }
+  }
+
+  bool Start(const SessionOptions& options) {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (started_) {
+        return Fail("a session runs one program once");
+      }
+      started_ = true;
+    }
+    if (!winsock_.ready()) {
+      return Fail("Winsock could not be initialised");
+    }
+    SOCKET listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (listener == INVALID_SOCKET) {
+      return Fail("socket failed, error " + std::to_string(WSAGetLastError()));
+    }
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = 0;  // any free port
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int address_size = sizeof(address);
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener, 4) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &address_size) != 0) {
+      const int error = WSAGetLastError();
+      closesocket(listener);
+      return Fail("could not listen on the loopback interface, error " + std::to_string(error));
+    }
+    const unsigned port = ntohs(address.sin_port);
+    WSAEVENT accept_event = WSACreateEvent();
+    if (accept_event == WSA_INVALID_EVENT ||
+        WSAEventSelect(listener, accept_event, FD_ACCEPT) != 0) {
+      const int error = WSAGetLastError();
+      closesocket(listener);
+      if (accept_event != WSA_INVALID_EVENT) WSACloseEvent(accept_event);
+      return Fail("could not watch the listening socket, error " + std::to_string(error));
+    }
+
+    ChildProcess::Environment environment = options.environment;
+    environment.emplace_back(L"KESTRUN_HEADLESS_CONTROL",
+                             L"127.0.0.1:" + std::to_wstring(port));
+    std::string error;
+    if (!process_.Start(options.program, options.arguments, options.working_directory,
+                        environment, &error)) {
+      closesocket(listener);
+      WSACloseEvent(accept_event);
+      return Fail(error);
+    }
+
+    const Clock::time_point deadline = Clock::now() + options.connect_timeout;
+    SOCKET accepted = INVALID_SOCKET;
+    HANDLE waits[2] = {accept_event, static_cast<HANDLE>(process_.handle())};
+    bool exited = false;
+    while (accepted == INVALID_SOCKET) {
+      const DWORD woken = WaitForMultipleObjects(2, waits, FALSE, WaitMilliseconds(deadline));
+      if (woken == WAIT_OBJECT_0) {
+        WSANETWORKEVENTS events = {};
+        WSAEnumNetworkEvents(listener, accept_event, &events);
+        accepted = accept(listener, nullptr, nullptr);
+      } else if (woken == WAIT_OBJECT_0 + 1) {
+        // The program ended; it may still have connected just before.
+        accepted = accept(listener, nullptr, nullptr);
+        exited = accepted == INVALID_SOCKET;
+        break;
+      } else {
+        break;
+      }
+    }
+    closesocket(listener);
+    WSACloseEvent(accept_event);
+    if (accepted == INVALID_SOCKET) {
+      if (exited) {
+        const std::optional<uint32_t> code = process_.WaitForExit(std::chrono::milliseconds(0));
+        return Fail("the program exited with code " + std::to_string(code.value_or(0)) +
+                    " before the engine connected");
+      }
+      return Fail("the engine did not connect within " +
+                  std::to_string(options.connect_timeout.count()) + " ms");
+    }
+    // Back to a plain socket; the connection watches it its own way.
+    WSAEventSelect(accepted, nullptr, 0);
+    u_long blocking = 0;
+    ioctlsocket(accepted, FIONBIO, &blocking);
+    connection_ = std::make_unique<LineConnection>(static_cast<uintptr_t>(accepted));
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      connected_ = true;
+    }
+    reader_ = std::thread([this] { ReadLoop(); });
+    return true;
+  }
+
+  std::optional<JsonValue> Request(JsonValue operation, std::chrono::milliseconds timeout) {
+    if (!operation.IsObject() || !operation["op"].IsString()) {
+      Fail("an operation is an object with a string \"op\"");
+      return std::nullopt;
+    }
+    std::string key;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (!connected_) {
+        last_error_ = "not connected to the engine";
+        return std::nullopt;
+      }
+      if (!operation.Has("id")) {
+        JsonValue with_id = JsonValue::MakeObject();
+        with_id.Set("id", JsonValue(next_id_++));
+        for (const JsonValue::Member& member : operation.AsObject()) {
+          with_id.Set(member.first, member.second);
+        }
+        operation = std::move(with_id);
+      }
+      key = operation["id"].Serialize();
+      if (answers_.count(key) != 0) {
+        last_error_ = "a request with id " + key + " is still waiting";
+        return std::nullopt;
+      }
+      answers_[key] = std::nullopt;
+    }
+    if (!connection_->WriteLine(operation.Serialize())) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      answers_.erase(key);
+      last_error_ = "the connection to the engine is closed";
+      return std::nullopt;
+    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    const Clock::time_point deadline = Clock::now() + timeout;
+    changed_.wait_until(lock, deadline,
+                        [&] { return answers_[key].has_value() || !connected_; });
+    std::optional<JsonValue> answer = std::move(answers_[key]);
+    answers_.erase(key);
+    if (!answer) {
+      last_error_ = connected_ ? "no answer to " + operation["op"].AsString() + " within " +
+                                     std::to_string(timeout.count()) + " ms"
+                               : "the connection closed before the answer to " +
+                                     operation["op"].AsString();
+    }
+    return answer;
+  }
+
+  std::optional<HeadlessEvent> WaitForEvent(
+      const std::function<bool(const HeadlessEvent&)>& predicate,
+      std::chrono::milliseconds timeout) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const Clock::time_point deadline = Clock::now() + timeout;
+    size_t scanned = 0;
+    while (true) {
+      for (; scanned < queue_.size(); ++scanned) {
+        if (predicate(queue_[scanned])) {
+          HeadlessEvent event = std::move(queue_[scanned]);
+          queue_.erase(queue_.begin() + static_cast<std::ptrdiff_t>(scanned));
+          return event;
+        }
+      }
+      if (!connected_ && reader_finished_) {
+        last_error_ = "no such event came before the connection closed";
+        return std::nullopt;
+      }
+      if (changed_.wait_until(lock, deadline) == std::cv_status::timeout) {
+        // One last look at anything that came with the timeout.
+        for (; scanned < queue_.size(); ++scanned) {
+          if (predicate(queue_[scanned])) {
+            HeadlessEvent event = std::move(queue_[scanned]);
+            queue_.erase(queue_.begin() + static_cast<std::ptrdiff_t>(scanned));
+            return event;
+          }
+        }
+        last_error_ = "no such event within " + std::to_string(timeout.count()) + " ms";
+        return std::nullopt;
+      }
+      // Events are only ever appended or taken by a waiter; rescan from the start in case
+      // another waiter took one before `scanned`.
+      scanned = 0;
+    }
+  }
+
+  std::vector<HeadlessEvent> EventHistory() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return std::vector<HeadlessEvent>(history_.begin(), history_.end());
+  }
+
+  std::vector<HeadlessEvent> TakeEvents() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<HeadlessEvent> events(std::make_move_iterator(queue_.begin()),
+                                      std::make_move_iterator(queue_.end()));
+    queue_.clear();
+    return events;
+  }
+
+  void SetEventObserver(std::function<void(const HeadlessEvent&)> observer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    observer_ = std::make_shared<std::function<void(const HeadlessEvent&)>>(std::move(observer));
+  }
+
+  std::string last_error() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return last_error_;
+  }
+
+  bool connected() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return connected_;
+  }
+
+  bool Fail(const std::string& reason) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    last_error_ = reason;
+    return false;
+  }
+
+  ChildProcess process_;
+
+ private:
+  void ReadLoop() {
+    std::string line;
+    while (connection_->ReadLine(&line)) {
+      std::string error;
+      std::optional<JsonValue> json = JsonValue::Parse(line, &error);
+      if (!json || !json->IsObject()) {
+        JsonValue invalid = JsonValue::MakeObject();
+        invalid.Set("event", "invalidLine");
+        invalid.Set("line", line);
+        invalid.Set("error", json ? std::string("not an object") : error);
+        AddEvent(EventFromJson(std::move(invalid)));
+        continue;
+      }
+      if (!json->Has("event") && json->Has("id")) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto waiting = answers_.find((*json)["id"].Serialize());
+        if (waiting != answers_.end()) {
+          waiting->second = std::move(*json);
+          changed_.notify_all();
+        }
+        continue;
+      }
+      AddEvent(EventFromJson(std::move(*json)));
+    }
+    // The engine closed its side (or the session is ending): close ours so the engine's reader
+    // sees the end as well.
+    connection_->Shutdown();
+    JsonValue disconnected = JsonValue::MakeObject();
+    disconnected.Set("event", "disconnected");
+    HeadlessEvent event = EventFromJson(std::move(disconnected));
+    NotifyObserver(event);
+    std::lock_guard<std::mutex> lock(mutex_);
+    connected_ = false;
+    reader_finished_ = true;
+    KeepLocked(std::move(event));
+  }
+
+  void NotifyObserver(const HeadlessEvent& event) {
+    std::shared_ptr<std::function<void(const HeadlessEvent&)>> observer;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      observer = observer_;
+    }
+    if (observer && *observer) {
+      (*observer)(event);
+    }
+  }
+
+  void AddEvent(HeadlessEvent event) {
+    NotifyObserver(event);
+    std::lock_guard<std::mutex> lock(mutex_);
+    KeepLocked(std::move(event));
+  }
+
+  // With mutex_ held.
+  void KeepLocked(HeadlessEvent event) {
+    history_.push_back(event);
+    queue_.push_back(std::move(event));
+    if (history_.size() > kMaxKeptEvents) history_.pop_front();
+    if (queue_.size() > kMaxKeptEvents) queue_.pop_front();
+    changed_.notify_all();
+  }
+
+  WinsockLibrary winsock_;
+  std::unique_ptr<LineConnection> connection_;
+  std::thread reader_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  bool started_ = false;
+  bool connected_ = false;
+  bool reader_finished_ = false;
+  int64_t next_id_ = 1;
+  // Answers by the text of their request's id; empty while awaited.
+  std::map<std::string, std::optional<JsonValue>> answers_;
+  std::deque<HeadlessEvent> queue_;
+  std::deque<HeadlessEvent> history_;
+  std::shared_ptr<std::function<void(const HeadlessEvent&)>> observer_;
+  std::string last_error_;
+};
+
+HeadlessSession::HeadlessSession() : impl_(std::make_unique<Impl>()) {}
+
+HeadlessSession::~HeadlessSession() = default;
+
+bool HeadlessSession::Start(const SessionOptions& options) { return impl_->Start(options); }
+
+std::string HeadlessSession::last_error() const { return impl_->last_error(); }
+
+bool HeadlessSession::connected() const { return impl_->connected(); }
+
+uint32_t HeadlessSession::process_id() const { return impl_->process_.id(); }
+
+Reply HeadlessSession::Invoke(const std::string& channel, const std::string& method,
+                              const flutter::EncodableValue& arguments,
+                              std::chrono::milliseconds timeout) {
+  JsonValue json;
+  std::string error;
+  if (!EncodableToJson(arguments, &json, &error)) {
+    Reply reply;
+    reply.failure = "arguments: " + error;
+    return reply;
+  }
+  return InvokeJson(channel, method, json, timeout);
+}
+
+Reply HeadlessSession::InvokeJson(const std::string& channel, const std::string& method,
+                                  const JsonValue& arguments, std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "invoke");
+  operation.Set("channel", channel);
+  operation.Set("method", method);
+  operation.Set("args", arguments);
+  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  return ReplyFromAnswer(answer, impl_->last_error());
+}
+
+Reply HeadlessSession::Listen(const std::string& channel, const flutter::EncodableValue& arguments,
+                              std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "listen");
+  operation.Set("channel", channel);
+  operation.Set("args", ToJson(arguments));
+  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  return ReplyFromAnswer(answer, impl_->last_error());
+}
+
+Reply HeadlessSession::Cancel(const std::string& channel, const flutter::EncodableValue& arguments,
+                              std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "cancel");
+  operation.Set("channel", channel);
+  operation.Set("args", ToJson(arguments));
+  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  return ReplyFromAnswer(answer, impl_->last_error());
+}
+
+std::optional<HeadlessEvent> HeadlessSession::WaitForEvent(
+    const std::function<bool(const HeadlessEvent&)>& predicate,
+    std::chrono::milliseconds timeout) {
+  return impl_->WaitForEvent(predicate, timeout);
+}
+
+std::optional<HeadlessEvent> HeadlessSession::WaitForMessage(const std::string& channel,
+                                                             const std::string& method,
+                                                             std::chrono::milliseconds timeout) {
+  return WaitForEvent(
+      [&](const HeadlessEvent& event) {
+        return event.type == "message" && event.channel == channel && event.method == method;
+      },
+      timeout);
+}
+
+bool HeadlessSession::WaitForFrame(std::chrono::milliseconds timeout) {
+  return WaitForEvent([](const HeadlessEvent& event) { return event.type == "frame"; }, timeout)
+      .has_value();
+}
+
+std::vector<HeadlessEvent> HeadlessSession::EventHistory() const { return impl_->EventHistory(); }
+
+std::vector<HeadlessEvent> HeadlessSession::TakeEvents() { return impl_->TakeEvents(); }
+
+void HeadlessSession::SetEventObserver(std::function<void(const HeadlessEvent&)> observer) {
+  impl_->SetEventObserver(std::move(observer));
+}
+
+namespace {
+
+JsonValue WindowMessageOperation(const char* op, JsonValue message, uint64_t wparam,
+                                 int64_t lparam) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", op);
+  operation.Set("message", std::move(message));
+  operation.Set("wparam", JsonValue(static_cast<unsigned long long>(wparam)));
+  operation.Set("lparam", JsonValue(static_cast<long long>(lparam)));
+  return operation;
+}
+
+}  // namespace
+
+bool HeadlessSession::PostWindowMessage(const std::string& message, uint64_t wparam,
+                                        int64_t lparam, std::chrono::milliseconds timeout) {
+  std::optional<JsonValue> answer =
+      Request(WindowMessageOperation("post", JsonValue(message), wparam, lparam), timeout);
+  if (answer && !AnswerOk(answer)) {
+    impl_->Fail((*answer)["error"].AsString());
+  }
+  return AnswerOk(answer);
+}
+
+bool HeadlessSession::PostWindowMessage(uint32_t message, uint64_t wparam, int64_t lparam,
+                                        std::chrono::milliseconds timeout) {
+  std::optional<JsonValue> answer = Request(
+      WindowMessageOperation("post", JsonValue(static_cast<long long>(message)), wparam, lparam),
+      timeout);
+  if (answer && !AnswerOk(answer)) {
+    impl_->Fail((*answer)["error"].AsString());
+  }
+  return AnswerOk(answer);
+}
+
+std::optional<int64_t> HeadlessSession::SendWindowMessage(const std::string& message,
+                                                          uint64_t wparam, int64_t lparam,
+                                                          std::chrono::milliseconds timeout) {
+  std::optional<JsonValue> answer =
+      Request(WindowMessageOperation("send", JsonValue(message), wparam, lparam), timeout);
+  if (!AnswerOk(answer)) {
+    if (answer) impl_->Fail((*answer)["error"].AsString());
+    return std::nullopt;
+  }
+  return (*answer)["result"].AsInteger();
+}
+
+std::optional<int64_t> HeadlessSession::SendWindowMessage(uint32_t message, uint64_t wparam,
+                                                          int64_t lparam,
+                                                          std::chrono::milliseconds timeout) {
+  std::optional<JsonValue> answer = Request(
+      WindowMessageOperation("send", JsonValue(static_cast<long long>(message)), wparam, lparam),
+      timeout);
+  if (!AnswerOk(answer)) {
+    if (answer) impl_->Fail((*answer)["error"].AsString());
+    return std::nullopt;
+  }
+  return (*answer)["result"].AsInteger();
+}
+
+std::optional<MainWindowState> HeadlessSession::MainWindowInfo(std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "window");
+  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  if (!AnswerOk(answer)) {
+    if (answer) impl_->Fail((*answer)["error"].AsString());
+    return std::nullopt;
+  }
+  const JsonValue& json = *answer;
+  MainWindowState state;
+  state.exists = json["exists"].AsBool();
+  state.visible = json["visible"].AsBool();
+  const JsonValue::Array& rect = json["rect"].AsArray();
+  if (rect.size() == 4) {
+    state.left = rect[0].AsInteger();
+    state.top = rect[1].AsInteger();
+    state.right = rect[2].AsInteger();
+    state.bottom = rect[3].AsInteger();
+  }
+  const JsonValue::Array& client = json["clientSize"].AsArray();
+  if (client.size() == 2) {
+    state.client_width = client[0].AsInteger();
+    state.client_height = client[1].AsInteger();
+  }
+  state.title = json["title"].AsString();
+  state.class_name = json["className"].AsString();
+  state.dpi = static_cast<unsigned>(json["dpi"].AsInteger());
+  state.hwnd = static_cast<uint64_t>(json["hwnd"].AsInteger());
+  state.json = json;
+  return state;
+}
+
+std::optional<EngineState> HeadlessSession::EngineInfo(std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "engine");
+  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  if (!AnswerOk(answer)) {
+    if (answer) impl_->Fail((*answer)["error"].AsString());
+    return std::nullopt;
+  }
+  const JsonValue& json = *answer;
+  EngineState state;
+  state.assets_path = json["assetsPath"].AsString();
+  state.icu_data_path = json["icuDataPath"].AsString();
+  state.aot_library_path = json["aotLibraryPath"].AsString();
+  state.dart_entrypoint = json["dartEntrypoint"].AsString();
+  for (const JsonValue& argument : json["arguments"].AsArray()) {
+    state.arguments.push_back(argument.AsString());
+  }
+  state.running = json["running"].AsBool();
+  state.top_level_delegates = static_cast<int>(json["topLevelDelegates"].AsInteger());
+  state.json = json;
+  return state;
+}
+
+bool HeadlessSession::ReleaseFrame(std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "releaseFrame");
+  return AnswerOk(Request(std::move(operation), timeout));
+}
+
+bool HeadlessSession::Sync(std::chrono::milliseconds timeout) {
+  JsonValue operation = JsonValue::MakeObject();
+  operation.Set("op", "sync");
+  return AnswerOk(Request(std::move(operation), timeout));
+}
+
+std::optional<JsonValue> HeadlessSession::Request(JsonValue operation,
+                                                  std::chrono::milliseconds timeout) {
+  return impl_->Request(std::move(operation), timeout);
+}
+
+std::optional<uint32_t> HeadlessSession::WaitForExit(std::chrono::milliseconds timeout) {
+  std::optional<uint32_t> code = impl_->process_.WaitForExit(timeout);
+  if (!code) {
+    impl_->Fail(impl_->process_.started() ? "the program still runs after " +
+                                                std::to_string(timeout.count()) + " ms"
+                                          : "no program was started");
+  }
+  return code;
+}
+
+void HeadlessSession::Kill(uint32_t exit_code) { impl_->process_.Kill(exit_code); }
+
+}  // namespace kestrun_headless
