@@ -42,12 +42,18 @@ kestrun_wine_up() {
     read -r n <"$fifo"
     rm -f "$fifo"
     echo "$n" >"$root/display"
+    # A grey desktop, so that black windows stand out in screenshots.
+    DISPLAY=:$n xsetroot -solid '#3a3f4b' 9>&- >/dev/null 2>&1 || true
   fi
   kestrun_wine_exports "$root"
   mkdir -p "$WINEPREFIX"
   if [[ ! -f $WINEPREFIX/system.reg ]]; then
     setsid wineserver -p 9>&- </dev/null >/dev/null 2>&1 || true
     wineboot -i 9>&- </dev/null >"$root/wineboot.log" 2>&1 || true
+    # Wine draws window frames itself (no window manager runs on the private display), so title
+    # bars show in screenshots and closing a window does not wait for a manager that never comes.
+    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f 9>&- </dev/null \
+      >>"$root/wineboot.log" 2>&1 || true
   fi
   # A persistent server keeps later starts fast; it must not hold a caller's output pipes open.
   setsid wineserver -p 9>&- </dev/null >/dev/null 2>&1 || true
