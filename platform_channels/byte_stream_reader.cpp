@@ -51,6 +51,23 @@ void ByteBufferStreamReader::ReadAlignment(uint8_t alignment) {
   }
 }
 
+void ByteBufferStreamReader::SkipOptionalAlignment(uint8_t alignment) {
+  const size_t mod = location_ % alignment;
+  if (failed_ || mod == 0) {
+    return;
+  }
+  const size_t padding = alignment - mod;
+  if (padding > size_ - location_) {
+    return;
+  }
+  for (size_t i = 0; i < padding; ++i) {
+    if (bytes_[location_ + i] != 0) {
+      return;
+    }
+  }
+  location_ += padding;
+}
+
 int32_t ByteBufferStreamReader::ReadInt32() {
   int32_t value = 0;
   ReadBytes(reinterpret_cast<uint8_t*>(&value), sizeof(value));

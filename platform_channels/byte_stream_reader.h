@@ -21,6 +21,9 @@ class ByteBufferStreamReader {
   void ReadBytes(uint8_t* buffer, size_t length);
   // Skips to the next multiple of `alignment` from the start of the buffer.
   void ReadAlignment(uint8_t alignment);
+  // Skips to the next multiple of `alignment` only when the bytes up to it are there and all zero
+  // (what padding looks like); otherwise stays put. Never fails the stream.
+  void SkipOptionalAlignment(uint8_t alignment);
 
   int32_t ReadInt32();
   int64_t ReadInt64();

@@ -3,10 +3,14 @@
 #ifndef KESTRUN_PLATFORM_CHANNELS_ENCODABLE_VALUE_H_
 #define KESTRUN_PLATFORM_CHANNELS_ENCODABLE_VALUE_H_
 
+#include <algorithm>
 #include <any>
+#include <cmath>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -24,13 +28,17 @@ using EncodableMap = std::map<EncodableValue, EncodableValue>;
 class CustomEncodableValue {
  public:
   explicit CustomEncodableValue(const std::any& value) : value_(value) {}
-  ~CustomEncodableValue() = default;
+  // No user-declared destructor or copy operations: the implicit move stays noexcept, which keeps
+  // EncodableValue nothrow-movable so that a growing EncodableList moves its elements instead of
+  // deep-copying them.
 
   const std::any& value() const { return value_; }
   const std::type_info& type() const { return value_.type(); }
 
   // Custom values have no natural order; identity keeps map ordering strict and stable.
-  bool operator<(const CustomEncodableValue& other) const { return this < &other; }
+  bool operator<(const CustomEncodableValue& other) const {
+    return std::less<const CustomEncodableValue*>()(this, &other);
+  }
   bool operator==(const CustomEncodableValue& other) const { return this == &other; }
 
  private:
@@ -38,6 +46,26 @@ class CustomEncodableValue {
 };
 
 namespace internal {
+// Floating-point order for map keys: numbers by value, every NaN after all numbers and equivalent
+// to any other NaN. Plain `<` makes NaN equivalent to every number, which is not a strict weak
+// order and lets a std::map keyed by double lists disagree with itself.
+template <typename F>
+bool FloatLess(F lhs, F rhs) {
+  if (std::isnan(lhs)) {
+    return false;
+  }
+  if (std::isnan(rhs)) {
+    return true;
+  }
+  return lhs < rhs;
+}
+
+template <typename F>
+bool FloatListLess(const std::vector<F>& lhs, const std::vector<F>& rhs) {
+  return std::lexicographical_compare(lhs.begin(), lhs.end(), rhs.begin(), rhs.end(),
+                                      [](F left, F right) { return FloatLess(left, right); });
+}
+
 // The alternative order is the kind order used for map keys and must not change:
 // 0 null, 1 bool, 2 int32, 3 int64, 4 double, 5 string, 6 bytes, 7 int32 list, 8 int64 list,
 // 9 double list, 10 list, 11 map, 12 custom, 13 float32 list.
@@ -78,8 +106,32 @@ class EncodableValue : public internal::EncodableValueVariant {
     return std::get<int64_t>(*this);
   }
 
+  // Kind first (the alternative order above), then value. Floating-point values use
+  // internal::FloatLess so that keys holding NaN still order strictly.
   friend bool operator<(const EncodableValue& lhs, const EncodableValue& rhs) {
-    return static_cast<const super&>(lhs) < static_cast<const super&>(rhs);
+    if (rhs.valueless_by_exception()) {
+      return false;
+    }
+    if (lhs.valueless_by_exception()) {
+      return true;
+    }
+    if (lhs.index() != rhs.index()) {
+      return lhs.index() < rhs.index();
+    }
+    return std::visit(
+        [&rhs](const auto& left) -> bool {
+          using T = std::decay_t<decltype(left)>;
+          const T& right = std::get<T>(static_cast<const super&>(rhs));
+          if constexpr (std::is_same_v<T, double>) {
+            return internal::FloatLess(left, right);
+          } else if constexpr (std::is_same_v<T, std::vector<double>> ||
+                               std::is_same_v<T, std::vector<float>>) {
+            return internal::FloatListLess(left, right);
+          } else {
+            return left < right;
+          }
+        },
+        static_cast<const super&>(lhs));
   }
   friend bool operator==(const EncodableValue& lhs, const EncodableValue& rhs) {
     return static_cast<const super&>(lhs) == static_cast<const super&>(rhs);

@@ -35,6 +35,16 @@ template <typename T>
 EncodableValue ReadTypedList(const StandardCodecSerializer& serializer,
                              ByteBufferStreamReader* stream) {
   const size_t count = serializer.ReadSize(stream);
+  if (stream->failed()) {
+    return EncodableValue();
+  }
+  if (count == 0) {
+    // Writers differ after a count of zero: the interface's (and ours) pad, Flutter's C++ client
+    // writer does not. Padding is zeros and never runs past the end, so bytes that are not zeros,
+    // or that are missing, belong to whatever follows.
+    stream->SkipOptionalAlignment(sizeof(T));
+    return EncodableValue(std::vector<T>());
+  }
   stream->ReadAlignment(sizeof(T));
   if (stream->failed()) {
     return EncodableValue();
@@ -53,10 +63,12 @@ template <typename T>
 void WriteTypedList(const StandardCodecSerializer& serializer, const std::vector<T>& list,
                     ByteBufferStreamWriter* stream) {
   serializer.WriteSize(list.size(), stream);
-  if (list.empty()) {
-    return;  // an empty list carries no padding
-  }
+  // Padded even when empty: the interface's reader always aligns after the count, so a list
+  // without its padding would make it misread whatever follows.
   stream->WriteAlignment(sizeof(T));
+  if (list.empty()) {
+    return;
+  }
   stream->WriteBytes(reinterpret_cast<const uint8_t*>(list.data()), list.size() * sizeof(T));
 }
 
@@ -77,7 +89,12 @@ EncodableValue StandardCodecSerializer::ReadValueAtDepth(ByteBufferStreamReader*
   if (stream->failed()) {
     return EncodableValue();
   }
-  return ReadValueOfType(type, stream, depth);
+  EncodableValue value = ReadValueOfType(type, stream, depth);
+  // A scalar cut short reads as zero; the caller must see null, as for every other fault.
+  if (stream->failed()) {
+    return EncodableValue();
+  }
+  return value;
 }
 
 EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
@@ -150,8 +167,10 @@ EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
         }
         return stream->failed() ? EncodableValue() : EncodableValue(std::move(map));
       }
+      // No reserve(count): the count is bounded only by the bytes left, and reserving it at every
+      // level of a deep nest would let a small message claim gigabytes before failing. Growth
+      // moves the elements (EncodableValue is nothrow-movable), so this costs little.
       EncodableList list;
-      list.reserve(count);
       for (size_t i = 0; i < count && !stream->failed(); ++i) {
         list.push_back(ReadValueAtDepth(stream, depth + 1));
       }
