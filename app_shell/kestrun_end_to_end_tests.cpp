@@ -163,12 +163,12 @@ TEST_F(KestrunProcessTest, RegistersThePackagedPluginsInOrderThenItsOwn) {
   ASSERT_TRUE(session_.Sync());
   EXPECT_EQ(CountMessages(session_.EventHistory(), kPluginRecords, "registered"), 8);
 
-#ifdef KESTRUN_WITH_DISPLAY_PLUGIN
   // The program's own plugins answer on their channels.
   const kestrun_headless::Reply displays =
       session_.Invoke("com.kestrun.kestrun_display", "getAllDisplays");
   EXPECT_EQ(displays.kind, ReplyKind::kSuccess) << displays.failure << displays.error_code;
-#endif
+  const kestrun_headless::Reply live = session_.Invoke("com.kestrun.native_live_window", "closeAll");
+  EXPECT_EQ(live.kind, ReplyKind::kSuccess) << live.failure << live.error_code;
 }
 
 TEST_F(KestrunProcessTest, ChannelsAnswerTheInterface) {

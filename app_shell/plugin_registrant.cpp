@@ -19,9 +19,8 @@
 #include <window_manager/window_manager_plugin.h>
 #undef FLUTTER_PLUGIN_EXPORT
 
-#ifdef KESTRUN_WITH_DISPLAY_PLUGIN
 #include "kestrun_display_plugin_c_api.h"
-#endif
+#include "live_output/native_live_window_plugin_c_api.h"
 
 #include <iostream>
 
@@ -65,17 +64,13 @@ void RegisterPackagedPlugins(const RegistrarForPlugin& registrar_for, EngineWind
 // The program's own plugins, in this order: "NativeWebViewPlugin" (embedded_webview; also on
 // secondary windows), "NativeLiveWindowPlugin" (live_output; main window only),
 // "KestrunDisplayPlugin" (display_enumeration; main window only). This is the one place they are
-// listed; the web view and live output plugins join here, ahead of the display plugin, once
-// their libraries exist.
+// listed; the web view plugin joins here, ahead of the others, once its library exists.
 void RegisterOwnPlugins(const RegistrarForPlugin& registrar_for, EngineWindow window) {
   if (window != EngineWindow::kMain) {
     return;
   }
-#ifdef KESTRUN_WITH_DISPLAY_PLUGIN
+  Register(registrar_for, "NativeLiveWindowPlugin", &NativeLiveWindowPluginRegisterWithRegistrar);
   Register(registrar_for, "KestrunDisplayPlugin", &KestrunDisplayPluginRegisterWithRegistrar);
-#else
-  (void)registrar_for;
-#endif
 }
 
 }  // namespace
