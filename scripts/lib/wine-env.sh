@@ -57,6 +57,9 @@ kestrun_wine_up() {
   fi
   # A persistent server keeps later starts fast; it must not hold a caller's output pipes open.
   setsid wineserver -p 9>&- </dev/null >/dev/null 2>&1 || true
+  # Start Wine's own services now, detached from the caller: started by the first program they
+  # would inherit its output pipes and keep a test runner waiting for their end.
+  wineboot 9>&- </dev/null >/dev/null 2>&1 || true
   flock -u 9
   exec 9>&-
 }
