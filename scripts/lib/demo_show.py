@@ -119,9 +119,28 @@ class Show:
         # Let the render threads present a few frames before the picture is taken.
         self.request("sync")
         time.sleep(0.5)
+        self.save_screen(name)
+
+    def grab_screen(self):
+        """The whole screen as raw RGB bytes."""
+        return subprocess.run(["import", "-display", self.display, "-window", "root", "rgb:-"],
+                              check=True, capture_output=True).stdout
+
+    def save_screen(self, name):
         path = os.path.join(self.out_dir, name + ".png")
         subprocess.run(["import", "-display", self.display, "-window", "root", path], check=True)
         self.note("screenshot " + path)
+
+    def screenshot_after_change(self, name, wait=5.0):
+        """Waits until the screen differs from what it shows now, then takes the screenshot."""
+        before = self.grab_screen()
+        deadline = time.monotonic() + wait
+        while self.grab_screen() == before:
+            if time.monotonic() > deadline:
+                self.failures.append("the screen did not change for " + name)
+                break
+            time.sleep(0.1)
+        self.save_screen(name)
 
     def finish(self):
         answer = self.request("destroyWindow")
@@ -137,15 +156,19 @@ class Show:
         self.transcript.close()
 
 
+# A font the scripts install (fonts-dejavu-core); ImageMagick's default font may be missing.
+FONT = "/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf"
+
+
 def make_pictures(out_dir):
     """Colour-coded pictures made with ImageMagick: a 3840x1080 panorama whose halves differ,
-    and an animated GIF of three coloured frames with 0.5 s delays."""
+    and an animated GIF of three coloured frames with 1 s delays."""
     panorama = os.path.join(out_dir, "panorama.png")
     subprocess.run(["convert", "-size", "1920x1080", "gradient:#d04020-#f0c040",
-                    "-gravity", "center", "-pointsize", "220", "-fill", "white",
+                    "-gravity", "center", "-font", FONT, "-pointsize", "220", "-fill", "white",
                     "-annotate", "0", "LEFT", os.path.join(out_dir, "left.png")], check=True)
     subprocess.run(["convert", "-size", "1920x1080", "gradient:#2050d0-#40d0c0",
-                    "-gravity", "center", "-pointsize", "220", "-fill", "white",
+                    "-gravity", "center", "-font", FONT, "-pointsize", "220", "-fill", "white",
                     "-annotate", "0", "RIGHT", os.path.join(out_dir, "right.png")], check=True)
     subprocess.run(["convert", os.path.join(out_dir, "left.png"),
                     os.path.join(out_dir, "right.png"), "+append", panorama], check=True)
@@ -154,10 +177,11 @@ def make_pictures(out_dir):
     for index, colour in enumerate(["#e03030", "#30c040", "#3060e0"]):
         frame = os.path.join(out_dir, "frame%d.png" % index)
         subprocess.run(["convert", "-size", "640x360", "xc:" + colour, "-gravity", "center",
+                        "-font", FONT,
                         "-pointsize", "120", "-fill", "white", "-annotate", "0", str(index + 1),
                         frame], check=True)
         frames.append(frame)
-    subprocess.run(["convert", "-delay", "50", "-loop", "0"] + frames + [gif], check=True)
+    subprocess.run(["convert", "-delay", "100", "-loop", "0"] + frames + [gif], check=True)
     return panorama, gif
 
 
@@ -208,8 +232,8 @@ def live_scene(show, out_dir):
     show.expect(show.invoke(LIVE, "loadImageForDisplay", {
         "displayId": "demo-right", "path": windows_path(gif), "fitMode": 1}), "loadImage gif")
     show.screenshot("03-animated-gif-frame-a")
-    time.sleep(0.6)
-    show.screenshot("04-animated-gif-frame-b")
+    # The next frame comes on the GIF's own delay.
+    show.screenshot_after_change("04-animated-gif-frame-b")
 
     # Fade every window to black; the reply comes once all fades have ended.
     show.expect(show.invoke(LIVE, "fadeToBlackAll", {"duration": 800}), "fadeToBlackAll")
