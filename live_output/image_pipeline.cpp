@@ -283,6 +283,17 @@ void ImagePipeline::AdvanceAnimationLocked(ID3D11DeviceContext* context, TimePoi
   texture_update_count_.fetch_add(1);
 }
 
+void ImagePipeline::BindTarget(ID3D11DeviceContext* context, ID3D11RenderTargetView* target,
+                               std::int32_t width, std::int32_t height) {
+  context->OMSetRenderTargets(1, &target, nullptr);
+  D3D11_VIEWPORT viewport = {};
+  viewport.Width = static_cast<float>(width);
+  viewport.Height = static_cast<float>(height);
+  viewport.MinDepth = 0.0f;
+  viewport.MaxDepth = 1.0f;
+  context->RSSetViewports(1, &viewport);
+}
+
 void ImagePipeline::DrawLocked(ID3D11DeviceContext* context, ID3D11RenderTargetView* target,
                                std::int32_t width, std::int32_t height) {
   if (!image_texture_ || !image_srv_ || !shaders_ready_) {
@@ -298,13 +309,7 @@ void ImagePipeline::DrawLocked(ID3D11DeviceContext* context, ID3D11RenderTargetV
     context->Unmap(vertex_buffer_.Get(), 0);
   }
 
-  context->OMSetRenderTargets(1, &target, nullptr);
-  D3D11_VIEWPORT viewport = {};
-  viewport.Width = static_cast<float>(width);
-  viewport.Height = static_cast<float>(height);
-  viewport.MinDepth = 0.0f;
-  viewport.MaxDepth = 1.0f;
-  context->RSSetViewports(1, &viewport);
+  BindTarget(context, target, width, height);
   const float black[4] = {0.0f, 0.0f, 0.0f, 1.0f};
   context->ClearRenderTargetView(target, black);
 

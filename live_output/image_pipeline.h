@@ -65,6 +65,10 @@ class ImagePipeline {
   void DrawLocked(ID3D11DeviceContext* context, ID3D11RenderTargetView* target, std::int32_t width,
                   std::int32_t height);
 
+  // Makes `target` (width x height pixels) the render target, with a viewport over all of it.
+  static void BindTarget(ID3D11DeviceContext* context, ID3D11RenderTargetView* target,
+                         std::int32_t width, std::int32_t height);
+
   // Number of times an animation frame was written into the texture.
   std::uint64_t texture_update_count() const { return texture_update_count_.load(); }
 

@@ -220,14 +220,8 @@ bool NativeLiveWindow::InitD3D() {
     return false;
   }
 
-  ID3D11RenderTargetView* target = render_target_view_.Get();
-  d3d_context_->OMSetRenderTargets(1, &target, nullptr);
-  D3D11_VIEWPORT viewport = {};
-  viewport.Width = static_cast<float>(width);
-  viewport.Height = static_cast<float>(height);
-  viewport.MinDepth = 0.0f;
-  viewport.MaxDepth = 1.0f;
-  d3d_context_->RSSetViewports(1, &viewport);
+  ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(),
+                            static_cast<std::int32_t>(width), static_cast<std::int32_t>(height));
 
   DebugLine(L"Kestrun: D3D11 initialized successfully (" + std::to_wstring(width) + L"x" +
             std::to_wstring(height) + L")\n");
@@ -330,14 +324,7 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
   }
 
   if (resized) {
-    ID3D11RenderTargetView* target = render_target_view_.Get();
-    d3d_context_->OMSetRenderTargets(1, &target, nullptr);
-    D3D11_VIEWPORT viewport = {};
-    viewport.Width = static_cast<float>(width);
-    viewport.Height = static_cast<float>(height);
-    viewport.MinDepth = 0.0f;
-    viewport.MaxDepth = 1.0f;
-    d3d_context_->RSSetViewports(1, &viewport);
+    ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(), width, height);
 
     fade_.Resize(width, height);
     // Web views: once pages are shown, the page is resized here under webview_mutex_.
