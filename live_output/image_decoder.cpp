@@ -144,6 +144,9 @@ bool ImageDecoder::DecodeImage(const std::string& path) {
   if (!decoded_.path.empty() && path == decoded_.path && !decoded_.pixels.empty()) {
     return true;
   }
+  // The previous picture's buffer is kept for this one: the pictures of a show are mostly of one
+  // size, and fresh memory costs a page fault every 4 KB on first touch.
+  std::vector<std::uint8_t> pixels = std::move(decoded_.pixels);
   decoded_ = DecodedImage();
   ++static_decode_count_;
 
@@ -162,7 +165,10 @@ bool ImageDecoder::DecodeImage(const std::string& path) {
     ReportFailure("first frame", hr);
     return false;
   }
-  std::vector<std::uint8_t> pixels;
+  // A buffer far larger than this picture is given back rather than kept.
+  if (pixels.capacity() / 2 > std::uint64_t{width} * height * 4) {
+    std::vector<std::uint8_t>().swap(pixels);
+  }
   if (!CopyBgra(frame.Get(), width, height, &pixels)) {
     return false;
   }
