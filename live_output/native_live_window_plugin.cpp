@@ -65,6 +65,25 @@ void ReplySuccess(std::unique_ptr<flutter::MethodResult<EncodableValue>> result)
   result->Success(EncodableValue(true));
 }
 
+// The argument map of a call about one display, with its "displayId" in *display_id. When the map
+// or the id is missing, answers the call with the error and gives null.
+const EncodableMap* DisplayArguments(const EncodableValue* arguments,
+                                     std::unique_ptr<flutter::MethodResult<EncodableValue>>& result,
+                                     const std::string** display_id) {
+  const EncodableMap* args = ArgumentMap(arguments);
+  if (args == nullptr) {
+    ReplyExpectedMap(std::move(result));
+    return nullptr;
+  }
+  const EncodableValue* id = Lookup(*args, "displayId");
+  if (id == nullptr) {
+    ReplyMissingDisplayId(std::move(result));
+    return nullptr;
+  }
+  *display_id = &std::get<std::string>(*id);
+  return args;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -145,12 +164,26 @@ void NativeLiveWindowPlugin::TearDownVideoTopology() {
   // "Video topology torn down during CloseAll". Nothing exists to tear down yet.
 }
 
-void NativeLiveWindowPlugin::CloseAllWindows() {
+void NativeLiveWindowPlugin::ForEachWindow(const std::function<void(NativeLiveWindow&)>& action) {
   for (auto& entry : windows_) {
     if (entry.second) {
-      entry.second->Close();
+      action(*entry.second);
     }
   }
+}
+
+void NativeLiveWindowPlugin::CloseWindow(const std::string& display_id) {
+  const auto it = windows_.find(display_id);
+  if (it != windows_.end()) {
+    if (it->second) {
+      it->second->Close();
+    }
+    windows_.erase(it);
+  }
+}
+
+void NativeLiveWindowPlugin::CloseAllWindows() {
+  ForEachWindow([](NativeLiveWindow& window) { window.Close(); });
   windows_.clear();
 }
 
@@ -199,18 +232,13 @@ void NativeLiveWindowPlugin::InitializeLogger(const EncodableValue* arguments,
 
 void NativeLiveWindowPlugin::ShowForDisplay(const EncodableValue* arguments,
                                             std::unique_ptr<Result> result) {
-  const EncodableMap* args = ArgumentMap(arguments);
+  const std::string* display_id = nullptr;
+  const EncodableMap* args = DisplayArguments(arguments, result, &display_id);
   if (args == nullptr) {
-    ReplyExpectedMap(std::move(result));
-    return;
-  }
-  const EncodableValue* id = Lookup(*args, "displayId");
-  if (id == nullptr) {
-    ReplyMissingDisplayId(std::move(result));
     return;
   }
   DisplayRecord display;
-  display.id = std::get<std::string>(*id);
+  display.id = *display_id;
   display.name = StringOr(*args, "name", std::string());
   display.x = Int32Or(*args, "x", 0);
   display.y = Int32Or(*args, "y", 0);
@@ -219,21 +247,14 @@ void NativeLiveWindowPlugin::ShowForDisplay(const EncodableValue* arguments,
   display.is_primary = BoolOr(*args, "isPrimary", false);
 
   // One window per display: a second show replaces the first.
-  const auto existing = windows_.find(display.id);
-  if (existing != windows_.end()) {
-    if (existing->second) {
-      existing->second->Close();
-    }
-    windows_.erase(existing);
-  }
+  CloseWindow(display.id);
 
   std::unique_ptr<NativeLiveWindow> window = window_factory_();
   if (!window) {
     result->Error("SHOW_FAILED", "Failed to create native window");
     return;
   }
-  const std::string display_id = display.id;
-  window->SetExitCallback([this, display_id] { SendExitRequested(display_id); });
+  window->SetExitCallback([this, id = display.id] { SendExitRequested(id); });
   window->SetIntervalCallback([this](const std::string& action) { SendIntervalControl(action); });
   window->SetHudToggleCallback([this] { SendHudToggle(); });
 
@@ -254,29 +275,18 @@ void NativeLiveWindowPlugin::ShowForDisplay(const EncodableValue* arguments,
   };
 
   NativeLiveWindow* raw_window = window.get();
-  windows_[display_id] = std::move(window);
+  windows_[display.id] = std::move(window);
   raw_window->CreateOnDisplays({display}, completion);
 }
 
 void NativeLiveWindowPlugin::CloseForDisplay(const EncodableValue* arguments,
                                              std::unique_ptr<Result> result) {
-  const EncodableMap* args = ArgumentMap(arguments);
+  const std::string* display_id = nullptr;
+  const EncodableMap* args = DisplayArguments(arguments, result, &display_id);
   if (args == nullptr) {
-    ReplyExpectedMap(std::move(result));
     return;
   }
-  const EncodableValue* id = Lookup(*args, "displayId");
-  if (id == nullptr) {
-    ReplyMissingDisplayId(std::move(result));
-    return;
-  }
-  const auto it = windows_.find(std::get<std::string>(*id));
-  if (it != windows_.end()) {
-    if (it->second) {
-      it->second->Close();
-    }
-    windows_.erase(it);
-  }
+  CloseWindow(*display_id);
   ReplySuccess(std::move(result));
 }
 
@@ -290,17 +300,12 @@ void NativeLiveWindowPlugin::CloseAll(const EncodableValue* /*arguments*/,
 void NativeLiveWindowPlugin::ForDisplay(const EncodableValue* arguments,
                                         std::unique_ptr<Result> result,
                                         const std::function<void(NativeLiveWindow&)>& action) {
-  const EncodableMap* args = ArgumentMap(arguments);
+  const std::string* display_id = nullptr;
+  const EncodableMap* args = DisplayArguments(arguments, result, &display_id);
   if (args == nullptr) {
-    ReplyExpectedMap(std::move(result));
     return;
   }
-  const EncodableValue* id = Lookup(*args, "displayId");
-  if (id == nullptr) {
-    ReplyMissingDisplayId(std::move(result));
-    return;
-  }
-  if (NativeLiveWindow* window = FindWindow(std::get<std::string>(*id))) {
+  if (NativeLiveWindow* window = FindWindow(*display_id)) {
     action(*window);
   }
   ReplySuccess(std::move(result));
@@ -318,21 +323,13 @@ void NativeLiveWindowPlugin::UnblankForDisplay(const EncodableValue* arguments,
 
 void NativeLiveWindowPlugin::BlankAll(const EncodableValue* /*arguments*/,
                                       std::unique_ptr<Result> result) {
-  for (auto& entry : windows_) {
-    if (entry.second) {
-      entry.second->Blank();
-    }
-  }
+  ForEachWindow([](NativeLiveWindow& window) { window.Blank(); });
   ReplySuccess(std::move(result));
 }
 
 void NativeLiveWindowPlugin::UnblankAll(const EncodableValue* /*arguments*/,
                                         std::unique_ptr<Result> result) {
-  for (auto& entry : windows_) {
-    if (entry.second) {
-      entry.second->Unblank();
-    }
-  }
+  ForEachWindow([](NativeLiveWindow& window) { window.Unblank(); });
   ReplySuccess(std::move(result));
 }
 
@@ -392,11 +389,7 @@ void NativeLiveWindowPlugin::FadeAll(bool to_black, const EncodableValue* argume
   const std::int32_t duration_ms =
       args != nullptr ? Int32Or(*args, "duration", kDefaultFadeDurationMs) : kDefaultFadeDurationMs;
   std::vector<NativeLiveWindow*> windows;
-  for (auto& entry : windows_) {
-    if (entry.second) {
-      windows.push_back(entry.second.get());
-    }
-  }
+  ForEachWindow([&windows](NativeLiveWindow& window) { windows.push_back(&window); });
   if (windows.empty()) {
     ReplySuccess(std::move(result));
     return;
@@ -416,17 +409,12 @@ void NativeLiveWindowPlugin::FadeAll(bool to_black, const EncodableValue* argume
 
 void NativeLiveWindowPlugin::LoadImageForDisplay(const EncodableValue* arguments,
                                                  std::unique_ptr<Result> result) {
-  const EncodableMap* args = ArgumentMap(arguments);
+  const std::string* display_id = nullptr;
+  const EncodableMap* args = DisplayArguments(arguments, result, &display_id);
   if (args == nullptr) {
-    ReplyExpectedMap(std::move(result));
     return;
   }
-  const EncodableValue* id = Lookup(*args, "displayId");
-  if (id == nullptr) {
-    ReplyMissingDisplayId(std::move(result));
-    return;
-  }
-  NativeLiveWindow* window = FindWindow(std::get<std::string>(*id));
+  NativeLiveWindow* window = FindWindow(*display_id);
   if (window == nullptr || window->GetHwnd() == nullptr) {
     result->Error("NOT_SHOWING", "Window for display is not showing");
     return;
@@ -472,14 +460,9 @@ void NativeLiveWindowPlugin::StopImageForDisplay(const EncodableValue* arguments
 
 void NativeLiveWindowPlugin::SetCropRectForDisplay(const EncodableValue* arguments,
                                                    std::unique_ptr<Result> result) {
-  const EncodableMap* args = ArgumentMap(arguments);
+  const std::string* display_id = nullptr;
+  const EncodableMap* args = DisplayArguments(arguments, result, &display_id);
   if (args == nullptr) {
-    ReplyExpectedMap(std::move(result));
-    return;
-  }
-  const EncodableValue* id = Lookup(*args, "displayId");
-  if (id == nullptr) {
-    ReplyMissingDisplayId(std::move(result));
     return;
   }
   const EncodableValue* left = Lookup(*args, "left");
@@ -493,14 +476,13 @@ void NativeLiveWindowPlugin::SetCropRectForDisplay(const EncodableValue* argumen
     result->Error("INVALID_ARGS", "Missing crop rect arguments");
     return;
   }
-  const std::string& display_id = std::get<std::string>(*id);
   const float x = static_cast<float>(std::get<double>(*left));
   const float y = static_cast<float>(std::get<double>(*top));
   const float w = static_cast<float>(std::get<double>(*width));
   const float h = static_cast<float>(std::get<double>(*height));
   const std::int32_t canvas_w = std::get<std::int32_t>(*canvas_width);
   const std::int32_t canvas_h = std::get<std::int32_t>(*canvas_height);
-  if (NativeLiveWindow* window = FindWindow(display_id)) {
+  if (NativeLiveWindow* window = FindWindow(*display_id)) {
     window->SetCropRect(x, y, w, h, canvas_w, canvas_h);
   }
   ReplySuccess(std::move(result));

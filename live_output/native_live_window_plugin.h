@@ -68,6 +68,10 @@ class NativeLiveWindowPlugin : public flutter::Plugin {
 
   // The window registered for the display, or null.
   NativeLiveWindow* FindWindow(const std::string& display_id) const;
+  // Runs `action` on every registered window.
+  void ForEachWindow(const std::function<void(NativeLiveWindow&)>& action);
+  // Closes the display's window, if any, and removes its entry.
+  void CloseWindow(const std::string& display_id);
   void CloseAllWindows();
   void TearDownVideoTopology();
 
