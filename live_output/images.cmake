@@ -61,7 +61,7 @@ if(WIN32)
   # The live output channel of the real program, driven through the headless engine.
   kestrun_add_test(live_output_end_to_end_tests
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/live_output_end_to_end_tests.cpp
-    LIBS headless_control_client kestrun_image_test_support)
+    LIBS headless_control_client kestrun_image_test_support kestrun_live_window_test_support)
   if(TARGET live_output_end_to_end_tests)
     add_dependencies(live_output_end_to_end_tests kestrun headless_flutter_engine)
   endif()

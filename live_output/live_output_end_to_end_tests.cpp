@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cwchar>
 #include <cstdint>
 #include <memory>
@@ -20,6 +19,7 @@
 #include "encodable_value.h"
 #include "headless_session.h"
 #include "live_output/image_decoder_test_files.h"
+#include "live_output/live_window_test_support.h"
 
 namespace {
 
@@ -31,6 +31,10 @@ using kestrun_headless::Reply;
 using kestrun_headless::ReplyKind;
 using kestrun_headless::SessionOptions;
 using native_live_window::ImageDecoderTestFiles;
+using native_live_window::live_window_test::ColorNear;
+using native_live_window::live_window_test::ColorText;
+using native_live_window::live_window_test::MakeImage;
+using native_live_window::live_window_test::ScreenPixel;
 
 constexpr char kLive[] = "com.kestrun.native_live_window";
 constexpr wchar_t kLiveWindowClass[] = L"KestrunNativeLiveWindow";
@@ -107,25 +111,6 @@ std::string Describe(const Reply& reply) {
                                        << message;
 }
 
-// Colour of one screen pixel as 0xRRGGBB.
-std::uint32_t ScreenPixel(int x, int y) {
-  HDC screen = GetDC(nullptr);
-  const COLORREF color = GetPixel(screen, x, y);
-  ReleaseDC(nullptr, screen);
-  return (static_cast<std::uint32_t>(GetRValue(color)) << 16) |
-         (static_cast<std::uint32_t>(GetGValue(color)) << 8) | GetBValue(color);
-}
-
-bool ColorNear(std::uint32_t a, std::uint32_t b) {
-  for (int shift = 0; shift <= 16; shift += 8) {
-    const int difference = static_cast<int>((a >> shift) & 0xFF) - static_cast<int>((b >> shift) & 0xFF);
-    if (difference > 12 || difference < -12) {
-      return false;
-    }
-  }
-  return true;
-}
-
 // The render thread of another process cannot be followed, so the screen is read until it shows
 // the colour or ten seconds have passed.
 ::testing::AssertionResult ScreenComesToShow(int x, int y, std::uint32_t expected) {
@@ -133,10 +118,9 @@ bool ColorNear(std::uint32_t a, std::uint32_t b) {
   std::uint32_t actual = ScreenPixel(x, y);
   while (!ColorNear(actual, expected)) {
     if (std::chrono::steady_clock::now() > deadline) {
-      char text[96];
-      snprintf(text, sizeof(text), "screen (%d, %d) is #%06X, expected #%06X", x, y,
-               static_cast<unsigned>(actual), static_cast<unsigned>(expected));
-      return ::testing::AssertionFailure() << text;
+      return ::testing::AssertionFailure() << "screen (" << x << ", " << y << ") is "
+                                           << ColorText(actual) << ", expected "
+                                           << ColorText(expected);
     }
     Sleep(15);
     actual = ScreenPixel(x, y);
@@ -287,16 +271,10 @@ TEST_F(LiveOutputProgramTest, BadArgumentsAreAnsweredWithTheirErrors) {
 
 TEST_F(LiveOutputProgramTest, TwoWindowsShowOnePictureByCropThenFadeAndBlank) {
   // 800 x 200: red, green, blue and yellow columns, 200 pixels each.
-  std::vector<std::uint8_t> pixels;
-  for (int y = 0; y < 200; ++y) {
-    for (int x = 0; x < 800; ++x) {
-      static const std::uint32_t columns[4] = {kRed, kGreen, kBlue, kYellow};
-      const std::uint32_t color = columns[x / 200];
-      pixels.insert(pixels.end(), {static_cast<std::uint8_t>(color & 0xFF),
-                                   static_cast<std::uint8_t>((color >> 8) & 0xFF),
-                                   static_cast<std::uint8_t>(color >> 16), 0xFF});
-    }
-  }
+  const std::vector<std::uint8_t> pixels = MakeImage(800, 200, [](int x, int) {
+    static const std::uint32_t columns[4] = {kRed, kGreen, kBlue, kYellow};
+    return columns[x / 200];
+  });
   ASSERT_TRUE(files_->WritePng("columns.png", 800, 200, pixels));
   const std::vector<HWND> windows = ShowBoth();
   ASSERT_EQ(windows.size(), 2u);

@@ -26,9 +26,15 @@ if(WIN32)
            d3d11 dxgi d3dcompiler dwmapi user32 gdi32)
   kestrun_strict_warnings(kestrun_live_output)
 
+  # Helpers of the live output tests: a hand-moved clock, the log as text, waiting for presents,
+  # reading the screen and making colour-coded images.
+  add_library(kestrun_live_window_test_support STATIC
+    ${CMAKE_CURRENT_LIST_DIR}/live_window_test_support.cpp)
+  target_link_libraries(kestrun_live_window_test_support PUBLIC kestrun_live_output)
+  kestrun_strict_warnings(kestrun_live_window_test_support)
+
   kestrun_add_test(live_window_unittests
     SOURCES
-      ${CMAKE_CURRENT_LIST_DIR}/live_window_test_support.cpp
       ${CMAKE_CURRENT_LIST_DIR}/render_fault_guard_unittests.cpp
       ${CMAKE_CURRENT_LIST_DIR}/gpu_diagnostics_unittests.cpp
       ${CMAKE_CURRENT_LIST_DIR}/fade_overlay_unittests.cpp
@@ -36,5 +42,5 @@ if(WIN32)
       ${CMAKE_CURRENT_LIST_DIR}/live_window_render_loop_unittests.cpp
       ${CMAKE_CURRENT_LIST_DIR}/live_window_pixels_unittests.cpp
       ${CMAKE_CURRENT_LIST_DIR}/live_window_stress_unittests.cpp
-    LIBS kestrun_live_output)
+    LIBS kestrun_live_window_test_support)
 endif()
