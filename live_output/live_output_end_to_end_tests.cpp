@@ -18,8 +18,8 @@
 
 #include "encodable_value.h"
 #include "headless_session.h"
-#include "live_output/image_decoder_test_files.h"
-#include "live_output/live_window_test_support.h"
+#include "live_output/test_support/image_decoder_test_files.h"
+#include "live_output/test_support/live_window_test_support.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <variant>
 #include <vector>
 
-#include "live_output/display_record.h"
-#include "live_output/logger.h"
+#include "live_output/window/display_record.h"
+#include "live_output/log/logger.h"
 #include "standard_method_codec.h"
 
 namespace native_live_window {

@@ -19,8 +19,8 @@
 #include <string>
 
 #include "encodable_value.h"
-#include "live_output/image_decoder.h"
-#include "live_output/native_live_window.h"
+#include "live_output/images/image_decoder.h"
+#include "live_output/window/native_live_window.h"
 #include "live_output/native_live_window_plugin_deferred_replies.h"
 #include "method_call.h"
 #include "method_channel.h"

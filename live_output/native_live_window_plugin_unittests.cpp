@@ -19,11 +19,11 @@
 #include <vector>
 
 #include "encodable_value.h"
-#include "live_output/gif_test_file_writer.h"
-#include "live_output/image_decoder_test_files.h"
-#include "live_output/live_window_clock.h"
-#include "live_output/logger.h"
-#include "live_output/native_live_window.h"
+#include "live_output/test_support/gif_test_file_writer.h"
+#include "live_output/test_support/image_decoder_test_files.h"
+#include "live_output/window/live_window_clock.h"
+#include "live_output/log/logger.h"
+#include "live_output/window/native_live_window.h"
 #include "live_output/native_live_window_plugin.h"
 #include "live_output/native_live_window_plugin_c_api.h"
 #include "method_call.h"

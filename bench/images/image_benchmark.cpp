@@ -31,12 +31,12 @@
 #include <string>
 #include <vector>
 
-#include "live_output/gif_compositor.h"
-#include "live_output/gif_test_file_writer.h"
-#include "live_output/image_decoder.h"
-#include "live_output/image_decoder_test_files.h"
-#include "live_output/image_pipeline.h"
-#include "live_output/logger.h"
+#include "live_output/images/gif_compositor.h"
+#include "live_output/test_support/gif_test_file_writer.h"
+#include "live_output/images/image_decoder.h"
+#include "live_output/test_support/image_decoder_test_files.h"
+#include "live_output/images/image_pipeline.h"
+#include "live_output/log/logger.h"
 
 namespace {
 

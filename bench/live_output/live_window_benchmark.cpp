@@ -24,9 +24,9 @@
 #include <new>
 #include <vector>
 
-#include "live_output/display_record.h"
-#include "live_output/live_window_clock.h"
-#include "live_output/native_live_window.h"
+#include "live_output/window/display_record.h"
+#include "live_output/window/live_window_clock.h"
+#include "live_output/window/native_live_window.h"
 
 // ---------------------------------------------------------------------------------------------
 // Counting allocator: every operator new of the process goes through here.

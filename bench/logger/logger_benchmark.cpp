@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "live_output/logger.h"
+#include "live_output/log/logger.h"
 
 namespace {
 
