@@ -244,7 +244,6 @@ TEST(StandardMessageCodecTest, InteropTestVectors) {
 }
 
 TEST(StandardMessageCodecTest, EveryKindRoundTrips) {
-  ExpectWire(EncodableValue(int32_t{-1}), "03 ff ff ff ff");
   ExpectWire(EncodableValue(std::numeric_limits<int32_t>::min()), "03 00 00 00 80");
   ExpectWire(EncodableValue(std::numeric_limits<int64_t>::min()), "04 00 00 00 00 00 00 00 80");
   // Width is whatever the value holds: a small int64 stays an int64.
@@ -257,7 +256,6 @@ TEST(StandardMessageCodecTest, EveryKindRoundTrips) {
              "06 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00");
   // UTF-8 goes out byte for byte; the size counts bytes, not characters.
   ExpectWire(EncodableValue("Größe ✓"), "07 0b 47 72 c3 b6 c3 9f 65 20 e2 9c 93");
-  ExpectWire(EncodableValue(std::vector<uint8_t>{}), "08 00");
   ExpectWire(EncodableValue(std::vector<uint8_t>{0, 0x7f, 0xff}), "08 03 00 7f ff");
   ExpectWire(EncodableValue(std::vector<int64_t>{-2, 0x0102030405060708}),
              "0a 02 00 00 00 00 00 00 fe ff ff ff ff ff ff ff 08 07 06 05 04 03 02 01");
@@ -360,19 +358,10 @@ TEST(StandardMessageCodecTest, AlignmentFollowsEarlierPadding) {
              Join({"0d 01 07 01 76 06 00 00", HexOf(0.5)}));
 }
 
-TEST(StandardMessageCodecTest, EmptyTypedListsArePaddedAsTheInterfaceReadsThem) {
-  // The interface aligns after every typed-list count, so the padding is written even when no
-  // element follows; a null right after it is not mistaken for more padding.
-  ExpectWire(EncodableValue(std::vector<int32_t>{}), "09 00 00 00");
-  ExpectWire(EncodableValue(std::vector<double>{}), "0b 00 00 00 00 00 00 00");
-  ExpectWire(EncodableValue(EncodableList{EncodableValue(true),
-                                          EncodableValue(std::vector<int32_t>{}),
-                                          EncodableValue()}),
-             "0c 03 01 09 00 00 00 00 00");
-}
-
 // Both writers' forms of empty typed lists: Dart's padded one and the engine's unpadded one, where
-// zeros after the list may be padding or nulls and only the rest of the message tells which.
+// zeros after the list may be padding or nulls and only the rest of the message tells which. Ours
+// is Dart's (the interface aligns after every typed-list count, elements or not): `ours` marks the
+// wires our writer produces for the value.
 TEST(StandardMessageCodecTest, EmptyTypedListsReadInBothWritersForms) {
   const EncodableValue n;
   const EncodableValue i32s(std::vector<int32_t>{});
@@ -386,31 +375,33 @@ TEST(StandardMessageCodecTest, EmptyTypedListsReadInBothWritersForms) {
   struct Case {
     const char* hex;
     EncodableValue value;
+    bool ours = false;
   };
   const Case cases[] = {
       // Followed by nulls: four zeros are four nulls (unpadded) or padding and then four nulls.
       {"0c 05 0b 00 00 00 00 00", list({f64s, n, n, n, n})},
-      {"0c 05 0b 00 00 00 00 00 00 00 00 00", list({f64s, n, n, n, n})},
+      {"0c 05 0b 00 00 00 00 00 00 00 00 00", list({f64s, n, n, n, n}), true},
       {"0c 05 01 09 00 00 00 00", list({EncodableValue(true), i32s, n, n, n})},
-      {"0c 05 01 09 00 00 00 00 00 00 00", list({EncodableValue(true), i32s, n, n, n})},
+      {"0c 05 01 09 00 00 00 00 00 00 00", list({EncodableValue(true), i32s, n, n, n}), true},
       // Followed by other values.
       {"0c 06 01 0e 00 00 00 00 03 2a 00 00 00", list({EncodableValue(true), f32s, n, n, n, 42})},
-      {"0c 03 01 0e 00 00 00 00 03 2a 00 00 00", list({EncodableValue(true), f32s, 42})},
+      {"0c 03 01 0e 00 00 00 00 03 2a 00 00 00", list({EncodableValue(true), f32s, 42}), true},
       {"0c 03 01 0e 00 07 01 78", list({EncodableValue(true), f32s, EncodableValue("x")})},
-      {"0c 03 01 0a 00 00 00 00 07 01 78", list({EncodableValue(true), i64s, EncodableValue("x")})},
+      {"0c 03 01 0a 00 00 00 00 07 01 78", list({EncodableValue(true), i64s, EncodableValue("x")}),
+       true},
       // At the end of the message, alone and in a list; padded, the last value keeps its padding.
       {"0a 00", i64s},
-      {"0a 00 00 00 00 00 00 00", i64s},
+      {"0a 00 00 00 00 00 00 00", i64s, true},
       {"0c 02 01 0a 00", list({EncodableValue(true), i64s})},
-      {"0c 02 01 0a 00 00 00 00", list({EncodableValue(true), i64s})},
+      {"0c 02 01 0a 00 00 00 00", list({EncodableValue(true), i64s}), true},
       {"0c 01 0a 00 00 00 00 00", list({i64s})},
       // Map keys and values.
       {"0c 02 0d 01 09 00 00 00", list({map(i32s, n), n})},
-      {"0c 01 0d 01 09 00 00 00 00", list({map(i32s, n)})},
+      {"0c 01 0d 01 09 00 00 00 00", list({map(i32s, n)}), true},
       {"0c 03 0d 01 01 0b 00 00 00", list({map(EncodableValue(true), f64s), n, n})},
-      {"0c 02 0d 01 01 0b 00 00 00", list({map(EncodableValue(true), f64s), n})},
+      {"0c 02 0d 01 01 0b 00 00 00", list({map(EncodableValue(true), f64s), n}), true},
       // Two in a row, each settled in turn: padded where the rest can still be read, else not.
-      {"0c 04 01 09 00 00 00 00 0e 00 00 00 00", list({EncodableValue(true), i32s, f32s, n})},
+      {"0c 04 01 09 00 00 00 00 0e 00 00 00 00", list({EncodableValue(true), i32s, f32s, n}), true},
       {"0c 05 01 09 00 00 00 00 0e 00 00 00", list({EncodableValue(true), i32s, f32s, n, n})},
       {"0c 08 01 09 00 00 00 00 0e 00 00 00",
        list({EncodableValue(true), i32s, n, n, n, f32s, n, n})},
@@ -421,6 +412,9 @@ TEST(StandardMessageCodecTest, EmptyTypedListsReadInBothWritersForms) {
     ASSERT_NE(decoded.value, nullptr) << decoded.printed;
     EXPECT_EQ(*decoded.value, c.value);
     EXPECT_EQ(decoded.printed, "");
+    if (c.ours) {
+      EXPECT_EQ(ToHex(Encode(c.value)), c.hex);
+    }
   }
 }
 
@@ -483,15 +477,6 @@ TEST(StandardMessageCodecTest, SizePrefixesAtTheirBoundaries) {
     ASSERT_NE(string, nullptr);
     EXPECT_EQ(*string, EncodableValue(std::string(c.size, 'q')));
 
-    // Lists and maps count elements and pairs.
-    const std::vector<uint8_t> list_bytes = Encode(EncodableValue(EncodableList(c.size)));
-    ASSERT_EQ(list_bytes.size(), 1 + prefix.size() + c.size);
-    EXPECT_EQ(std::vector<uint8_t>(list_bytes.begin() + 1, list_bytes.begin() + 1 + prefix.size()),
-              prefix);
-    const auto list = Codec().DecodeMessage(list_bytes);
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(std::get<EncodableList>(*list).size(), c.size);
-
     // Typed lists: the prefix counts elements, and padding follows the prefix.
     const std::vector<uint8_t> int64_bytes =
         Encode(EncodableValue(std::vector<int64_t>(c.size, 3)));
@@ -505,16 +490,6 @@ TEST(StandardMessageCodecTest, SizePrefixesAtTheirBoundaries) {
     const auto int64s = Codec().DecodeMessage(int64_bytes);
     ASSERT_NE(int64s, nullptr);
     EXPECT_EQ(*int64s, EncodableValue(std::vector<int64_t>(c.size, 3)));
-
-    // And the serializer's own size functions agree, reading back exactly the prefix.
-    std::vector<uint8_t> written;
-    ByteBufferStreamWriter writer(&written);
-    Serializer().WriteSize(c.size, &writer);
-    EXPECT_EQ(written, prefix);
-    ByteBufferStreamReader reader(written.data(), written.size());
-    EXPECT_EQ(Serializer().ReadSize(&reader), c.size);
-    EXPECT_EQ(reader.remaining(), 0u);
-    EXPECT_FALSE(reader.failed());
   }
 
   std::vector<uint8_t> written;
