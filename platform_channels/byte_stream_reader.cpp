@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <iostream>
+#include <utility>
 
 namespace flutter {
 
@@ -56,6 +57,13 @@ void ByteBufferStreamReader::SkipOptionalAlignment(uint8_t alignment) {
   if (failed_ || mod == 0) {
     return;
   }
+  while (next_unpadded_ < unpadded_.size() && unpadded_[next_unpadded_] < location_) {
+    ++next_unpadded_;
+  }
+  if (next_unpadded_ < unpadded_.size() && unpadded_[next_unpadded_] == location_) {
+    ++next_unpadded_;
+    return;
+  }
   const size_t padding = alignment - mod;
   if (padding > size_ - location_) {
     return;
@@ -66,6 +74,11 @@ void ByteBufferStreamReader::SkipOptionalAlignment(uint8_t alignment) {
     }
   }
   location_ += padding;
+}
+
+void ByteBufferStreamReader::SetUnpaddedEmptyLists(std::vector<size_t> positions) {
+  unpadded_ = std::move(positions);
+  next_unpadded_ = 0;
 }
 
 int32_t ByteBufferStreamReader::ReadInt32() {

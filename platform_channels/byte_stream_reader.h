@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace flutter {
 
@@ -21,14 +22,20 @@ class ByteBufferStreamReader {
   void ReadBytes(uint8_t* buffer, size_t length);
   // Skips to the next multiple of `alignment` from the start of the buffer.
   void ReadAlignment(uint8_t alignment);
-  // Skips to the next multiple of `alignment` only when the bytes up to it are there and all zero
-  // (what padding looks like); otherwise stays put. Never fails the stream.
+  // After an empty typed list: skips to the next multiple of `alignment` when the bytes up to it
+  // are there and all zero (what padding looks like) and the message's plan does not say they are
+  // values; otherwise stays put. Never fails the stream.
   void SkipOptionalAlignment(uint8_t alignment);
+  // The plan: positions, ascending, at which zeros after an empty typed list are values, not
+  // padding (see EmptyListPadding). Without one, every such run of zeros is padding.
+  void SetUnpaddedEmptyLists(std::vector<size_t> positions);
 
   int32_t ReadInt32();
   int64_t ReadInt64();
   double ReadDouble();
 
+  const uint8_t* data() const { return bytes_; }
+  size_t size() const { return size_; }
   size_t position() const { return location_; }
   size_t remaining() const { return size_ - location_; }
   bool failed() const { return failed_; }
@@ -42,6 +49,8 @@ class ByteBufferStreamReader {
   size_t size_;
   size_t location_ = 0;
   bool failed_ = false;
+  std::vector<size_t> unpadded_;
+  size_t next_unpadded_ = 0;
 };
 
 }  // namespace flutter

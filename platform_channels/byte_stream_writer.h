@@ -35,9 +35,14 @@ class ByteBufferStreamWriter {
   void WriteDouble(double value) { WriteBytes(reinterpret_cast<const uint8_t*>(&value), 8); }
 
   size_t size() const { return bytes_->size(); }
+  // Marks what was written as unusable: the serializer met a value it must not write. The codec
+  // then sends nothing rather than a message cut short.
+  void Fail() { failed_ = true; }
+  bool failed() const { return failed_; }
 
  private:
   std::vector<uint8_t>* bytes_;
+  bool failed_ = false;
 };
 
 }  // namespace flutter

@@ -13,6 +13,7 @@
 #include "event_channel.h"
 #include "method_channel.h"
 #include "method_result_functions.h"
+#include "standard_codec_serializer.h"
 #include "standard_method_codec.h"
 #include "stream_handler_functions.h"
 #include "texture_registrar_impl.h"
@@ -159,6 +160,12 @@ TEST_F(ChannelsTest, ErrorAndNotImplementedReplies) {
       result->Error("SHOW_FAILED", "no display", EncodableValue(7));
     } else if (call.method_name() == "fail_plain") {
       result->Error("BAD");
+    } else if (call.method_name() == "too_deep") {
+      EncodableValue deep;
+      for (int i = 0; i <= StandardCodecSerializer::kMaxNestingDepth; ++i) {
+        deep = EncodableValue(EncodableList{std::move(deep)});
+      }
+      result->Success(deep);
     } else {
       result->NotImplemented();
     }
@@ -178,6 +185,13 @@ TEST_F(ChannelsTest, ErrorAndNotImplementedReplies) {
   Reply unknown = ReplyTo(Deliver("test/channel", EncodeCall("whatever")));
   EXPECT_EQ(unknown.count, 1);
   EXPECT_TRUE(unknown.bytes.empty());
+
+  // A value the codec will not write is answered empty, never left waiting or cut short.
+  testing::internal::CaptureStderr();
+  Reply too_deep = ReplyTo(Deliver("test/channel", EncodeCall("too_deep")));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Nesting deeper than 256"));
+  EXPECT_EQ(too_deep.count, 1);
+  EXPECT_TRUE(too_deep.bytes.empty());
 }
 
 TEST_F(ChannelsTest, DroppedResultWarnsAndSendsNothing) {

@@ -14,7 +14,8 @@
 namespace flutter {
 
 // The first of success, error or not implemented sends the reply; any later one is reported and
-// ignored. It may be completed on any thread.
+// ignored. It may be completed on any thread. A value the codec refuses to write (the reason is
+// printed) is answered empty, so the caller is never left waiting.
 template <typename T = EncodableValue>
 class EngineMethodResult : public MethodResult<T> {
  public:

@@ -78,8 +78,9 @@ class EventChannel {
         } else {
           response = codec->EncodeErrorEnvelope("error", "No active stream to cancel");
         }
-      } else {
-        reply(nullptr, 0);
+      }
+      if (!response) {
+        reply(nullptr, 0);  // another method, or a reply the codec refused to write
         return;
       }
       reply(response->data(), response->size());
@@ -98,13 +99,17 @@ class EventChannel {
    private:
     void SuccessInternal(const T* event = nullptr) override {
       std::unique_ptr<std::vector<uint8_t>> message = codec_->EncodeSuccessEnvelope(event);
-      messenger_->Send(name_, message->data(), message->size());
+      if (message) {  // else the codec printed why the event cannot be sent
+        messenger_->Send(name_, message->data(), message->size());
+      }
     }
     void ErrorInternal(const std::string& error_code, const std::string& error_message,
                        const T* error_details) override {
       std::unique_ptr<std::vector<uint8_t>> message =
           codec_->EncodeErrorEnvelope(error_code, error_message, error_details);
-      messenger_->Send(name_, message->data(), message->size());
+      if (message) {
+        messenger_->Send(name_, message->data(), message->size());
+      }
     }
     void EndOfStreamInternal() override { messenger_->Send(name_, nullptr, 0); }
 

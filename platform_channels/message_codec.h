@@ -25,6 +25,7 @@ class MessageCodec {
   std::unique_ptr<T> DecodeMessage(const std::vector<uint8_t>& binary_message) const {
     return DecodeMessageInternal(binary_message.data(), binary_message.size());
   }
+  // Null when the message cannot be written (the reason is printed).
   std::unique_ptr<std::vector<uint8_t>> EncodeMessage(const T& message) const {
     return EncodeMessageInternal(message);
   }

@@ -38,6 +38,13 @@ class MethodChannel {
                     std::unique_ptr<MethodResult<T>> result = nullptr) const {
     MethodCall<T> call(method, std::move(arguments));
     std::unique_ptr<std::vector<uint8_t>> message = codec_->EncodeMethodCall(call);
+    if (!message) {
+      // The codec printed why; nothing is sent, and a waiting result learns it at once.
+      if (result) {
+        result->NotImplemented();
+      }
+      return;
+    }
     if (!result) {
       messenger_->Send(name_, message->data(), message->size(), nullptr);
       return;

@@ -31,6 +31,8 @@ class MethodCodec {
     return DecodeMethodCallInternal(message.data(), message.size());
   }
 
+  // Each encoder answers null when a value cannot be written (nested too deep); the reason has
+  // been printed, and nothing is to be sent.
   std::unique_ptr<std::vector<uint8_t>> EncodeMethodCall(const MethodCall<T>& method_call) const {
     return EncodeMethodCallInternal(method_call);
   }

@@ -5,28 +5,18 @@
 #include <type_traits>
 #include <vector>
 
+#include "empty_list_padding.h"
+#include "standard_codec_type.h"
+
 namespace flutter {
 
 namespace {
 
-// Type bytes of the standard message codec.
-enum class Type : uint8_t {
-  kNull = 0,
-  kTrue = 1,
-  kFalse = 2,
-  kInt32 = 3,
-  kInt64 = 4,
-  kLargeInt = 5,  // legacy; read like a string, never written
-  kFloat64 = 6,
-  kString = 7,
-  kUInt8List = 8,
-  kInt32List = 9,
-  kInt64List = 10,
-  kFloat64List = 11,
-  kList = 12,
-  kMap = 13,
-  kFloat32List = 14,
-};
+using Type = StandardCodecType;
+
+// Lists are read without reserving their claimed count, and grow by moving their elements.
+static_assert(std::is_nothrow_move_constructible_v<EncodableValue>,
+              "EncodableValue must be nothrow-movable");
 
 void PrintInvalidRead() { std::cerr << "Invalid read in StandardCodecByteStreamReader" << std::endl; }
 
@@ -39,9 +29,10 @@ EncodableValue ReadTypedList(const StandardCodecSerializer& serializer,
     return EncodableValue();
   }
   if (count == 0) {
-    // Writers differ after a count of zero: the interface's (and ours) pad, Flutter's C++ client
-    // writer does not. Padding is zeros and never runs past the end, so bytes that are not zeros,
-    // or that are missing, belong to whatever follows.
+    // Writers differ after a count of zero: the interface's (and ours) pad, the engine's C++ writer
+    // does not. Padding is zeros and never runs past the end, so bytes that are not zeros, or that
+    // are missing, belong to whatever follows; zeros that could be either are settled by the
+    // message's plan (PlanReading).
     stream->SkipOptionalAlignment(sizeof(T));
     return EncodableValue(std::vector<T>());
   }
@@ -72,11 +63,25 @@ void WriteTypedList(const StandardCodecSerializer& serializer, const std::vector
   stream->WriteBytes(reinterpret_cast<const uint8_t*>(list.data()), list.size() * sizeof(T));
 }
 
+void PrintTooDeep(const char* operation) {
+  std::cerr << "Nesting deeper than " << StandardCodecSerializer::kMaxNestingDepth
+            << " in StandardCodecSerializer::" << operation << std::endl;
+}
+
 }  // namespace
 
 const StandardCodecSerializer& StandardCodecSerializer::GetInstance() {
   static const StandardCodecSerializer instance;
   return instance;
+}
+
+void StandardCodecSerializer::PlanReading(ByteBufferStreamReader* stream,
+                                          size_t value_count) const {
+  if (stream->failed()) {
+    return;
+  }
+  stream->SetUnpaddedEmptyLists(EmptyListPadding::UnpaddedPositions(
+      stream->data(), stream->size(), stream->position(), value_count));
 }
 
 EncodableValue StandardCodecSerializer::ReadValue(ByteBufferStreamReader* stream) const {
@@ -153,8 +158,7 @@ EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
         return EncodableValue();
       }
       if (depth >= kMaxNestingDepth) {
-        std::cerr << "Nesting deeper than " << kMaxNestingDepth
-                  << " in StandardCodecSerializer::ReadValue" << std::endl;
+        PrintTooDeep("ReadValue");
         stream->Fail();
         return EncodableValue();
       }
@@ -214,8 +218,23 @@ void StandardCodecSerializer::WriteSize(size_t size, ByteBufferStreamWriter* str
 
 void StandardCodecSerializer::WriteValue(const EncodableValue& value,
                                          ByteBufferStreamWriter* stream) const {
+  WriteValueAtDepth(value, stream, 0);
+}
+
+void StandardCodecSerializer::WriteValueAtDepth(const EncodableValue& value,
+                                                ByteBufferStreamWriter* stream, int depth) const {
+  if (stream->failed()) {
+    return;
+  }
+  const bool container =
+      std::holds_alternative<EncodableList>(value) || std::holds_alternative<EncodableMap>(value);
+  if (container && depth >= kMaxNestingDepth) {
+    PrintTooDeep("WriteValue");
+    stream->Fail();
+    return;
+  }
   std::visit(
-      [this, stream](const auto& v) {
+      [this, stream, depth](const auto& v) {
         using T = std::decay_t<decltype(v)>;
         if constexpr (std::is_same_v<T, std::monostate>) {
           stream->WriteByte(static_cast<uint8_t>(Type::kNull));
@@ -255,14 +274,14 @@ void StandardCodecSerializer::WriteValue(const EncodableValue& value,
           stream->WriteByte(static_cast<uint8_t>(Type::kList));
           WriteSize(v.size(), stream);
           for (const EncodableValue& item : v) {
-            WriteValue(item, stream);
+            WriteValueAtDepth(item, stream, depth + 1);
           }
         } else if constexpr (std::is_same_v<T, EncodableMap>) {
           stream->WriteByte(static_cast<uint8_t>(Type::kMap));
           WriteSize(v.size(), stream);
           for (const auto& [key, item] : v) {
-            WriteValue(key, stream);
-            WriteValue(item, stream);
+            WriteValueAtDepth(key, stream, depth + 1);
+            WriteValueAtDepth(item, stream, depth + 1);
           }
         } else {
           static_assert(std::is_same_v<T, CustomEncodableValue>, "every kind is handled");

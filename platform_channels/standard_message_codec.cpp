@@ -13,6 +13,7 @@ std::unique_ptr<EncodableValue> StandardMessageCodec::DecodeMessageInternal(
     return std::make_unique<EncodableValue>();
   }
   ByteBufferStreamReader stream(binary_message, message_size);
+  StandardCodecSerializer::GetInstance().PlanReading(&stream, 1);
   auto value = std::make_unique<EncodableValue>(
       StandardCodecSerializer::GetInstance().ReadValue(&stream));
   if (stream.failed()) {
@@ -26,6 +27,9 @@ std::unique_ptr<std::vector<uint8_t>> StandardMessageCodec::EncodeMessageInterna
   auto encoded = std::make_unique<std::vector<uint8_t>>();
   ByteBufferStreamWriter stream(encoded.get());
   StandardCodecSerializer::GetInstance().WriteValue(message, &stream);
+  if (stream.failed()) {
+    return nullptr;
+  }
   return encoded;
 }
 

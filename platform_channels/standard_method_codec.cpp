@@ -13,6 +13,12 @@ constexpr uint8_t kSuccessEnvelope = 0;
 constexpr uint8_t kErrorEnvelope = 1;
 
 const StandardCodecSerializer& Serializer() { return StandardCodecSerializer::GetInstance(); }
+
+// The encoded message, or null when the serializer refused a value (nothing is to be sent).
+std::unique_ptr<std::vector<uint8_t>> Finished(std::unique_ptr<std::vector<uint8_t>> encoded,
+                                               const ByteBufferStreamWriter& stream) {
+  return stream.failed() ? nullptr : std::move(encoded);
+}
 }  // namespace
 
 const StandardMethodCodec& StandardMethodCodec::GetInstance() {
@@ -26,6 +32,7 @@ std::unique_ptr<MethodCall<EncodableValue>> StandardMethodCodec::DecodeMethodCal
     return nullptr;
   }
   ByteBufferStreamReader stream(message, message_size);
+  Serializer().PlanReading(&stream, 2);
   EncodableValue method_name = Serializer().ReadValue(&stream);
   if (stream.failed()) {
     return nullptr;
@@ -52,7 +59,7 @@ std::unique_ptr<std::vector<uint8_t>> StandardMethodCodec::EncodeMethodCallInter
   } else {
     Serializer().WriteValue(EncodableValue(), &stream);
   }
-  return encoded;
+  return Finished(std::move(encoded), stream);
 }
 
 std::unique_ptr<std::vector<uint8_t>> StandardMethodCodec::EncodeSuccessEnvelopeInternal(
@@ -65,7 +72,7 @@ std::unique_ptr<std::vector<uint8_t>> StandardMethodCodec::EncodeSuccessEnvelope
   } else {
     Serializer().WriteValue(EncodableValue(), &stream);
   }
-  return encoded;
+  return Finished(std::move(encoded), stream);
 }
 
 std::unique_ptr<std::vector<uint8_t>> StandardMethodCodec::EncodeErrorEnvelopeInternal(
@@ -85,7 +92,7 @@ std::unique_ptr<std::vector<uint8_t>> StandardMethodCodec::EncodeErrorEnvelopeIn
   } else {
     Serializer().WriteValue(EncodableValue(), &stream);
   }
-  return encoded;
+  return Finished(std::move(encoded), stream);
 }
 
 bool StandardMethodCodec::DecodeAndProcessResponseEnvelopeInternal(
@@ -96,6 +103,7 @@ bool StandardMethodCodec::DecodeAndProcessResponseEnvelopeInternal(
   ByteBufferStreamReader stream(response, response_size);
   const uint8_t flag = stream.ReadByte();
   if (flag == kSuccessEnvelope) {
+    Serializer().PlanReading(&stream, 1);
     EncodableValue value = Serializer().ReadValue(&stream);
     if (stream.failed()) {
       return false;
@@ -108,6 +116,8 @@ bool StandardMethodCodec::DecodeAndProcessResponseEnvelopeInternal(
     return true;
   }
   if (flag == kErrorEnvelope) {
+    // Code, message and details; a stack trace some senders add after them is not read.
+    Serializer().PlanReading(&stream, 3);
     EncodableValue code = Serializer().ReadValue(&stream);
     EncodableValue message = Serializer().ReadValue(&stream);
     EncodableValue details = Serializer().ReadValue(&stream);

@@ -3,62 +3,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "codec_test_support.h"
 #include "encodable_value.h"
 #include "method_call.h"
 #include "method_result_functions.h"
+#include "standard_codec_serializer.h"
 #include "standard_method_codec.h"
 
 namespace flutter {
 namespace {
 
+using namespace codec_test;  // NOLINT(build/namespaces)
+
 const StandardMethodCodec& Codec() { return StandardMethodCodec::GetInstance(); }
-
-const char kInvalidRead[] = "Invalid read in StandardCodecByteStreamReader\n";
-
-std::string ToHex(const std::vector<uint8_t>& bytes) {
-  std::string hex;
-  char digits[4];
-  for (uint8_t byte : bytes) {
-    std::snprintf(digits, sizeof(digits), "%02x ", byte);
-    hex += digits;
-  }
-  if (!hex.empty()) {
-    hex.pop_back();
-  }
-  return hex;
-}
-
-std::vector<uint8_t> FromHex(const std::string& hex) {
-  std::vector<uint8_t> bytes;
-  for (std::size_t i = 0; i < hex.size();) {
-    if (hex[i] == ' ') {
-      ++i;
-      continue;
-    }
-    bytes.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    i += 2;
-  }
-  return bytes;
-}
-
-std::string HexOf(double value) {
-  std::vector<uint8_t> bytes(sizeof(value));
-  std::memcpy(bytes.data(), &value, sizeof(value));
-  return ToHex(bytes);
-}
-
-std::string StripCarriageReturns(std::string text) {
-  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-  return text;
-}
 
 std::vector<uint8_t> EncodeCall(const std::string& name,
                                 std::unique_ptr<EncodableValue> arguments) {
@@ -164,12 +126,7 @@ TEST(StandardMethodCodecTest, MethodCallsRoundTrip) {
   ASSERT_NE(without.call->arguments(), nullptr);
   EXPECT_TRUE(without.call->arguments()->IsNull());
 
-  // UTF-8 and empty names are names like any other.
-  const DecodedCall unicode =
-      DecodeCallCapturing(EncodeCall("größe", std::make_unique<EncodableValue>(7)));
-  ASSERT_NE(unicode.call, nullptr);
-  EXPECT_EQ(unicode.call->method_name(), "größe");
-  EXPECT_EQ(*unicode.call->arguments(), EncodableValue(7));
+  // An empty name is a name like any other.
   const DecodedCall empty_name = DecodeCallCapturing(FromHex("07 00 00"));
   ASSERT_NE(empty_name.call, nullptr);
   EXPECT_EQ(empty_name.call->method_name(), "");
@@ -297,6 +254,37 @@ TEST(StandardMethodCodecTest, ErrorEnvelopesReachTheResult) {
   EXPECT_EQ(from_dart.code, "c");
   EXPECT_EQ(from_dart.message, "");
   EXPECT_FALSE(from_dart.has_details);
+}
+
+TEST(StandardMethodCodecTest, EmptyTypedListsWithoutPaddingCountTheWholeMessage) {
+  // The zeros after an unpadded empty list are read against every value the message holds: a
+  // call's name and arguments, an envelope's flag and value, an error's code, message and details.
+  const Outcome key = DecodeEnvelope(FromHex("00 0c 01 0d 01 09 00 00"));
+  EXPECT_TRUE(key.decoded) << key.printed;
+  EXPECT_EQ(key.value, EncodableValue(EncodableList{EncodableValue(EncodableMap{
+                           {EncodableValue(std::vector<int32_t>{}), EncodableValue()}})}));
+  const Outcome details = DecodeEnvelope(FromHex("01 07 01 63 00 0e 00 00"));
+  EXPECT_TRUE(details.decoded) << details.printed;
+  EXPECT_EQ(details.details, EncodableValue(std::vector<float>{}));
+  for (const char* hex : {"07 01 6d 0b 00", "07 01 6d 0b 00 00 00 00"}) {
+    const DecodedCall call = DecodeCallCapturing(FromHex(hex));
+    ASSERT_NE(call.call, nullptr) << hex;
+    EXPECT_EQ(*call.call->arguments(), EncodableValue(std::vector<double>{}));
+  }
+}
+
+TEST(StandardMethodCodecTest, ValuesNestedTooDeepAreNotEncoded) {
+  EncodableValue deep;
+  for (int i = 0; i <= StandardCodecSerializer::kMaxNestingDepth; ++i) {
+    deep = EncodableValue(EncodableList{std::move(deep)});
+  }
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Codec().EncodeSuccessEnvelope(&deep), nullptr);
+  EXPECT_EQ(Codec().EncodeErrorEnvelope("c", "m", &deep), nullptr);
+  EXPECT_EQ(Codec().EncodeMethodCall(MethodCall<>("m", std::make_unique<EncodableValue>(deep))),
+            nullptr);
+  const std::string line = "Nesting deeper than 256 in StandardCodecSerializer::WriteValue\n";
+  EXPECT_EQ(StripCarriageReturns(testing::internal::GetCapturedStderr()), line + line + line);
 }
 
 TEST(StandardMethodCodecTest, UndecodableEnvelopesLeaveTheResultAlone) {

@@ -206,6 +206,10 @@ void ControlProtocol::DeliverCall(const JsonValue& id, const JsonValue& operatio
   flutter::MethodCall<flutter::EncodableValue> call(method, std::move(arguments));
   std::unique_ptr<std::vector<uint8_t>> message =
       flutter::StandardMethodCodec::GetInstance().EncodeMethodCall(call);
+  if (!message) {
+    AnswerFailure(id, "args: nested deeper than the codec writes");
+    return;
+  }
   const uint64_t token = next_token_++;
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -1,17 +1,16 @@
 #include "json_value.h"
 
-#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <limits>
-#include <system_error>
+
+#include <nlohmann/json.hpp>
 
 #include "base64.h"
 
 namespace kestrun_headless {
 namespace {
 
-// Deep enough for any channel value we meet, shallow enough for the parser's recursion.
+// Deep enough for any channel value we meet, shallow enough for the recursion of copies.
 constexpr int kMaxDepth = 200;
 
 const std::string& EmptyString() {
@@ -31,464 +30,129 @@ const JsonValue& NullValue() {
   return null_value;
 }
 
-// ---- Writing -------------------------------------------------------------------------------------
+// ---- Reading and writing text (nlohmann-json) -----------------------------------------------------
 
-void AppendCodePoint(uint32_t code_point, std::string* out) {
-  if (code_point < 0x80) {
-    out->push_back(static_cast<char>(code_point));
-  } else if (code_point < 0x800) {
-    out->push_back(static_cast<char>(0xC0 | (code_point >> 6)));
-    out->push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-  } else if (code_point < 0x10000) {
-    out->push_back(static_cast<char>(0xE0 | (code_point >> 12)));
-    out->push_back(static_cast<char>(0x80 | ((code_point >> 6) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-  } else {
-    out->push_back(static_cast<char>(0xF0 | (code_point >> 18)));
-    out->push_back(static_cast<char>(0x80 | ((code_point >> 12) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | ((code_point >> 6) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | (code_point & 0x3F)));
-  }
-}
+using Text = nlohmann::ordered_json;
 
-// Length of the well-formed UTF-8 sequence at `text[i]` (lead byte >= 0x80), or 0.
-size_t Utf8SequenceLength(const std::string& text, size_t i) {
-  const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-  const unsigned char lead = byte(i);
-  size_t length = 0;
-  uint32_t code_point = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-    code_point = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    code_point = lead & 0x0F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    code_point = lead & 0x07;
-  } else {
-    return 0;
-  }
-  if (i + length > text.size()) {
-    return 0;
-  }
-  for (size_t k = 1; k < length; ++k) {
-    if ((byte(i + k) & 0xC0) != 0x80) {
-      return 0;
-    }
-    code_point = (code_point << 6) | (byte(i + k) & 0x3F);
-  }
-  // No overlong forms, no surrogates, nothing past U+10FFFF.
-  if ((length == 3 && code_point < 0x800) || (length == 4 && code_point < 0x10000) ||
-      (code_point >= 0xD800 && code_point <= 0xDFFF) || code_point > 0x10FFFF) {
-    return 0;
-  }
-  return length;
-}
-
-void WriteString(const std::string& text, std::string* out) {
-  out->push_back('"');
-  for (size_t i = 0; i < text.size();) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    if (c >= 0x80) {
-      const size_t length = Utf8SequenceLength(text, i);
-      if (length == 0) {
-        AppendCodePoint(0xFFFD, out);
-        ++i;
-      } else {
-        out->append(text, i, length);
-        i += length;
-      }
-      continue;
-    }
-    switch (c) {
-      case '"':
-        out->append("\\\"");
-        break;
-      case '\\':
-        out->append("\\\\");
-        break;
-      case '\n':
-        out->append("\\n");
-        break;
-      case '\r':
-        out->append("\\r");
-        break;
-      case '\t':
-        out->append("\\t");
-        break;
-      case '\b':
-        out->append("\\b");
-        break;
-      case '\f':
-        out->append("\\f");
-        break;
-      default:
-        if (c < 0x20) {
-          char escape[8];
-          std::snprintf(escape, sizeof(escape), "\\u%04x", c);
-          out->append(escape);
-        } else {
-          out->push_back(static_cast<char>(c));
-        }
-    }
-    ++i;
-  }
-  out->push_back('"');
-}
-
-void WriteDouble(double value, std::string* out) {
-  if (!std::isfinite(value)) {
-    out->append("null");
-    return;
-  }
-  char buffer[64];
-  const std::to_chars_result result = std::to_chars(buffer, buffer + sizeof(buffer), value);
-  std::string_view text(buffer, static_cast<size_t>(result.ptr - buffer));
-  out->append(text);
-  if (text.find_first_of(".eE") == std::string_view::npos) {
-    out->append(".0");
-  }
-}
-
-// ---- Parsing -------------------------------------------------------------------------------------
-
-class Parser {
+// Builds a JsonValue straight from the library's parser events, refusing nests deeper than
+// kMaxDepth (the value's own copies and comparisons recurse).
+class ValueBuilder : public nlohmann::json_sax<Text> {
  public:
-  explicit Parser(std::string_view text) : text_(text) {}
-
-  std::optional<JsonValue> ParseDocument(std::string* error) {
-    SkipWhiteSpace();
-    std::optional<JsonValue> value = ParseValue(0);
-    if (value) {
-      SkipWhiteSpace();
-      if (position_ != text_.size()) {
-        Fail("unexpected text after the value");
-        value.reset();
-      }
+  bool null() override { return Add(JsonValue()); }
+  bool boolean(bool value) override { return Add(JsonValue(value)); }
+  bool number_integer(number_integer_t value) override { return Add(JsonValue(value)); }
+  // Positive integers beyond the int64 range become doubles.
+  bool number_unsigned(number_unsigned_t value) override { return Add(JsonValue(value)); }
+  bool number_float(number_float_t value, const string_t&) override {
+    return Add(JsonValue(value));
+  }
+  bool string(string_t& value) override { return Add(JsonValue(std::move(value))); }
+  bool binary(binary_t&) override { return Fail("binary values are not JSON"); }
+  bool start_object(std::size_t) override { return Open(JsonValue::MakeObject()); }
+  bool key(string_t& name) override {
+    key_ = std::move(name);
+    return true;
+  }
+  bool end_object() override { return Close(); }
+  bool start_array(std::size_t) override { return Open(JsonValue::MakeArray()); }
+  bool end_array() override { return Close(); }
+  bool parse_error(std::size_t position, const std::string&,
+                   const nlohmann::detail::exception& fault) override {
+    // The library's text names the byte; keep just its reason.
+    std::string reason = fault.what();
+    const size_t colon = reason.rfind(": ");
+    if (colon != std::string::npos) {
+      reason = reason.substr(colon + 2);
     }
-    if (!value && error != nullptr) {
-      *error = error_ + " at offset " + std::to_string(error_position_);
-    }
-    return value;
+    return Fail(reason, position);
   }
 
- private:
-  std::optional<JsonValue> Fail(const char* message) {
-    if (error_.empty()) {
-      error_ = message;
-      error_position_ = position_;
+  std::optional<JsonValue> Finish(bool parsed, std::string* error) {
+    if (parsed && error_.empty() && open_.empty()) {
+      return std::move(root_);
+    }
+    if (error != nullptr) {
+      *error = error_.empty() ? "unexpected end of text" : error_;
     }
     return std::nullopt;
   }
 
-  void SkipWhiteSpace() {
-    while (position_ < text_.size()) {
-      const char c = text_[position_];
-      if (c != ' ' && c != '\t' && c != '\r' && c != '\n') {
-        break;
-      }
-      ++position_;
-    }
-  }
+ private:
+  struct Container {
+    JsonValue value;
+    std::string name;  // its member name in the enclosing object, if that is one
+  };
 
-  bool Consume(std::string_view word) {
-    if (text_.substr(position_, word.size()) == word) {
-      position_ += word.size();
-      return true;
+  bool Add(JsonValue value) {
+    if (static_cast<int>(open_.size()) > kMaxDepth) {
+      return Fail("nested too deeply");
+    }
+    if (open_.empty()) {
+      root_ = std::move(value);
+    } else if (open_.back().value.IsObject()) {
+      // The last of repeated names wins, as most readers do.
+      open_.back().value.Set(key_, std::move(value));
+    } else {
+      open_.back().value.Append(std::move(value));
+    }
+    return true;
+  }
+  bool Open(JsonValue container) {
+    if (static_cast<int>(open_.size()) > kMaxDepth) {
+      return Fail("nested too deeply");
+    }
+    open_.push_back({std::move(container), std::move(key_)});
+    return true;
+  }
+  bool Close() {
+    Container done = std::move(open_.back());
+    open_.pop_back();
+    key_ = std::move(done.name);
+    return Add(std::move(done.value));
+  }
+  bool Fail(const std::string& reason, size_t position = std::string::npos) {
+    if (error_.empty()) {
+      error_ = position == std::string::npos ? reason
+                                             : reason + " at offset " + std::to_string(position);
     }
     return false;
   }
 
-  std::optional<JsonValue> ParseValue(int depth) {
-    if (depth > kMaxDepth) {
-      return Fail("nested too deeply");
-    }
-    if (position_ >= text_.size()) {
-      return Fail("unexpected end of text");
-    }
-    const char c = text_[position_];
-    switch (c) {
-      case '{':
-        return ParseObject(depth);
-      case '[':
-        return ParseArray(depth);
-      case '"': {
-        std::string text;
-        if (!ParseString(&text)) {
-          return std::nullopt;
-        }
-        return JsonValue(std::move(text));
-      }
-      case 't':
-        if (Consume("true")) return JsonValue(true);
-        break;
-      case 'f':
-        if (Consume("false")) return JsonValue(false);
-        break;
-      case 'n':
-        if (Consume("null")) return JsonValue();
-        break;
-      default:
-        if (c == '-' || (c >= '0' && c <= '9')) {
-          return ParseNumber();
-        }
-    }
-    return Fail("unexpected character");
-  }
-
-  std::optional<JsonValue> ParseObject(int depth) {
-    ++position_;  // '{'
-    JsonValue::Object members;
-    SkipWhiteSpace();
-    if (position_ < text_.size() && text_[position_] == '}') {
-      ++position_;
-      return JsonValue(std::move(members));
-    }
-    while (true) {
-      SkipWhiteSpace();
-      if (position_ >= text_.size() || text_[position_] != '"') {
-        return Fail("expected a member name");
-      }
-      std::string key;
-      if (!ParseString(&key)) {
-        return std::nullopt;
-      }
-      SkipWhiteSpace();
-      if (position_ >= text_.size() || text_[position_] != ':') {
-        return Fail("expected ':'");
-      }
-      ++position_;
-      SkipWhiteSpace();
-      std::optional<JsonValue> value = ParseValue(depth + 1);
-      if (!value) {
-        return std::nullopt;
-      }
-      bool replaced = false;
-      for (JsonValue::Member& member : members) {
-        if (member.first == key) {
-          // The last of repeated names wins, as most readers do.
-          member.second = std::move(*value);
-          replaced = true;
-          break;
-        }
-      }
-      if (!replaced) {
-        members.emplace_back(std::move(key), std::move(*value));
-      }
-      SkipWhiteSpace();
-      if (position_ < text_.size() && text_[position_] == ',') {
-        ++position_;
-        continue;
-      }
-      if (position_ < text_.size() && text_[position_] == '}') {
-        ++position_;
-        return JsonValue(std::move(members));
-      }
-      return Fail("expected ',' or '}'");
-    }
-  }
-
-  std::optional<JsonValue> ParseArray(int depth) {
-    ++position_;  // '['
-    JsonValue::Array elements;
-    SkipWhiteSpace();
-    if (position_ < text_.size() && text_[position_] == ']') {
-      ++position_;
-      return JsonValue(std::move(elements));
-    }
-    while (true) {
-      SkipWhiteSpace();
-      std::optional<JsonValue> value = ParseValue(depth + 1);
-      if (!value) {
-        return std::nullopt;
-      }
-      elements.push_back(std::move(*value));
-      SkipWhiteSpace();
-      if (position_ < text_.size() && text_[position_] == ',') {
-        ++position_;
-        continue;
-      }
-      if (position_ < text_.size() && text_[position_] == ']') {
-        ++position_;
-        return JsonValue(std::move(elements));
-      }
-      return Fail("expected ',' or ']'");
-    }
-  }
-
-  bool ParseHex4(uint32_t* value) {
-    if (position_ + 4 > text_.size()) {
-      Fail("short \\u escape");
-      return false;
-    }
-    uint32_t result = 0;
-    for (int i = 0; i < 4; ++i) {
-      const char c = text_[position_++];
-      result <<= 4;
-      if (c >= '0' && c <= '9') {
-        result |= static_cast<uint32_t>(c - '0');
-      } else if (c >= 'a' && c <= 'f') {
-        result |= static_cast<uint32_t>(c - 'a' + 10);
-      } else if (c >= 'A' && c <= 'F') {
-        result |= static_cast<uint32_t>(c - 'A' + 10);
-      } else {
-        Fail("bad \\u escape");
-        return false;
-      }
-    }
-    *value = result;
-    return true;
-  }
-
-  bool ParseString(std::string* out) {
-    ++position_;  // '"'
-    while (true) {
-      if (position_ >= text_.size()) {
-        Fail("unterminated string");
-        return false;
-      }
-      const char c = text_[position_];
-      if (c == '"') {
-        ++position_;
-        return true;
-      }
-      if (static_cast<unsigned char>(c) < 0x20) {
-        Fail("control character in string");
-        return false;
-      }
-      if (c != '\\') {
-        out->push_back(c);
-        ++position_;
-        continue;
-      }
-      ++position_;
-      if (position_ >= text_.size()) {
-        Fail("unterminated escape");
-        return false;
-      }
-      const char escape = text_[position_++];
-      switch (escape) {
-        case '"':
-          out->push_back('"');
-          break;
-        case '\\':
-          out->push_back('\\');
-          break;
-        case '/':
-          out->push_back('/');
-          break;
-        case 'b':
-          out->push_back('\b');
-          break;
-        case 'f':
-          out->push_back('\f');
-          break;
-        case 'n':
-          out->push_back('\n');
-          break;
-        case 'r':
-          out->push_back('\r');
-          break;
-        case 't':
-          out->push_back('\t');
-          break;
-        case 'u': {
-          uint32_t code_point = 0;
-          if (!ParseHex4(&code_point)) {
-            return false;
-          }
-          if (code_point >= 0xD800 && code_point <= 0xDBFF &&
-              text_.substr(position_, 2) == "\\u") {
-            const size_t saved = position_;
-            position_ += 2;
-            uint32_t low = 0;
-            if (!ParseHex4(&low)) {
-              return false;
-            }
-            if (low >= 0xDC00 && low <= 0xDFFF) {
-              code_point = 0x10000 + ((code_point - 0xD800) << 10) + (low - 0xDC00);
-            } else {
-              position_ = saved;  // not a pair: the high half stands alone
-            }
-          }
-          if (code_point >= 0xD800 && code_point <= 0xDFFF) {
-            code_point = 0xFFFD;  // a lone surrogate has no UTF-8 form
-          }
-          AppendCodePoint(code_point, out);
-          break;
-        }
-        default:
-          Fail("unknown escape");
-          return false;
-      }
-    }
-  }
-
-  std::optional<JsonValue> ParseNumber() {
-    const size_t start = position_;
-    bool integral = true;
-    if (text_[position_] == '-') {
-      ++position_;
-    }
-    const auto digits = [&]() {
-      const size_t first = position_;
-      while (position_ < text_.size() && text_[position_] >= '0' && text_[position_] <= '9') {
-        ++position_;
-      }
-      return position_ - first;
-    };
-    if (position_ >= text_.size()) {
-      return Fail("bad number");
-    }
-    if (text_[position_] == '0') {
-      ++position_;
-    } else if (digits() == 0) {
-      return Fail("bad number");
-    }
-    if (position_ < text_.size() && text_[position_] == '.') {
-      integral = false;
-      ++position_;
-      if (digits() == 0) {
-        return Fail("bad number");
-      }
-    }
-    if (position_ < text_.size() && (text_[position_] == 'e' || text_[position_] == 'E')) {
-      integral = false;
-      ++position_;
-      if (position_ < text_.size() && (text_[position_] == '+' || text_[position_] == '-')) {
-        ++position_;
-      }
-      if (digits() == 0) {
-        return Fail("bad number");
-      }
-    }
-    const char* first = text_.data() + start;
-    const char* last = text_.data() + position_;
-    if (integral) {
-      int64_t integer = 0;
-      const std::from_chars_result result = std::from_chars(first, last, integer);
-      if (result.ec == std::errc() && result.ptr == last) {
-        return JsonValue(integer);
-      }
-      // Beyond the int64 range: read as a double below.
-    }
-    double number = 0.0;
-    const std::from_chars_result result = std::from_chars(first, last, number);
-    if (result.ptr != last || (result.ec != std::errc() && result.ec != std::errc::result_out_of_range)) {
-      return Fail("bad number");
-    }
-    if (result.ec == std::errc::result_out_of_range) {
-      return Fail("number out of range");
-    }
-    return JsonValue(number);
-  }
-
-  std::string_view text_;
-  size_t position_ = 0;
+  JsonValue root_;
+  std::vector<Container> open_;
+  std::string key_;
   std::string error_;
-  size_t error_position_ = 0;
 };
+
+Text ToText(const JsonValue& value) {
+  switch (value.type()) {
+    case JsonValue::Type::kNull:
+      return nullptr;
+    case JsonValue::Type::kBool:
+      return value.AsBool();
+    case JsonValue::Type::kInteger:
+      return value.AsInteger();
+    case JsonValue::Type::kDouble:
+      return value.AsDouble();  // the library writes non-finite numbers as null
+    case JsonValue::Type::kString:
+      return value.AsString();
+    case JsonValue::Type::kArray: {
+      Text array = Text::array();
+      for (const JsonValue& element : value.AsArray()) {
+        array.push_back(ToText(element));
+      }
+      return array;
+    }
+    case JsonValue::Type::kObject: {
+      Text object = Text::object();
+      for (const JsonValue::Member& member : value.AsObject()) {
+        object[member.first] = ToText(member.second);
+      }
+      return object;
+    }
+  }
+  return nullptr;
+}
 
 // ---- JSON to channel value ---------------------------------------------------------------------
 
@@ -922,58 +586,14 @@ size_t JsonValue::size() const {
 }
 
 std::string JsonValue::Serialize() const {
-  std::string out;
-  SerializeTo(&out);
-  return out;
-}
-
-void JsonValue::SerializeTo(std::string* out) const {
-  switch (type()) {
-    case Type::kNull:
-      out->append("null");
-      break;
-    case Type::kBool:
-      out->append(std::get<bool>(data_) ? "true" : "false");
-      break;
-    case Type::kInteger:
-      out->append(std::to_string(std::get<int64_t>(data_)));
-      break;
-    case Type::kDouble:
-      WriteDouble(std::get<double>(data_), out);
-      break;
-    case Type::kString:
-      WriteString(std::get<std::string>(data_), out);
-      break;
-    case Type::kArray: {
-      out->push_back('[');
-      bool first = true;
-      for (const JsonValue& element : std::get<Array>(data_)) {
-        if (!first) out->push_back(',');
-        first = false;
-        element.SerializeTo(out);
-      }
-      out->push_back(']');
-      break;
-    }
-    case Type::kObject: {
-      out->push_back('{');
-      bool first = true;
-      for (const Member& member : std::get<Object>(data_)) {
-        if (!first) out->push_back(',');
-        first = false;
-        WriteString(member.first, out);
-        out->push_back(':');
-        member.second.SerializeTo(out);
-      }
-      out->push_back('}');
-      break;
-    }
-  }
+  // One line, UTF-8 as it is, invalid UTF-8 replaced by U+FFFD.
+  return ToText(*this).dump(-1, ' ', false, Text::error_handler_t::replace);
 }
 
 std::optional<JsonValue> JsonValue::Parse(std::string_view text, std::string* error) {
-  Parser parser(text);
-  return parser.ParseDocument(error);
+  ValueBuilder builder;
+  const bool parsed = Text::sax_parse(text.begin(), text.end(), &builder);
+  return builder.Finish(parsed, error);
 }
 
 bool JsonToEncodable(const JsonValue& json, flutter::EncodableValue* out, std::string* error) {

@@ -1,5 +1,7 @@
-// A small JSON value with its own parser and writer, and the exact mapping between JSON and the
-// channel value flutter::EncodableValue used by the headless engine's control protocol.
+// A small JSON value, read and written as text by nlohmann-json, and the exact mapping between JSON
+// and the channel value flutter::EncodableValue used by the headless engine's control protocol.
+// The value's readers are lenient (a missing member or another kind reads as null, empty or the
+// fallback), which the protocol's handling of its operations relies on.
 //
 // JSON to EncodableValue:
 //   null, true/false, strings and arrays map to their obvious counterparts;
@@ -108,8 +110,6 @@ class JsonValue {
   friend bool operator!=(const JsonValue& lhs, const JsonValue& rhs) { return !(lhs == rhs); }
 
  private:
-  void SerializeTo(std::string* out) const;
-
   std::variant<std::monostate, bool, int64_t, double, std::string, Array, Object> data_;
 };
 

@@ -1,5 +1,5 @@
-// The control protocol's JSON: parsing and writing, and the exact mapping to and from channel
-// values (typed forms), checked through round trips.
+// The control protocol's JSON: what it relies on in text, and the exact mapping to and from
+// channel values (typed forms), checked through round trips.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,56 +48,37 @@ EncodableValue ThroughText(const EncodableValue& value) {
   return FromText(json.Serialize());
 }
 
-TEST(JsonTextTest, ParsesAndWritesNestedValues) {
-  const std::string text =
-      R"({"a":[1,-2,3.5,true,false,null,"x"],"b":{"c":{}},"d":[],"e":"\"\\\/\b\f\n\r\t"})";
-  JsonValue value = Parsed(text);
-  EXPECT_EQ(value["a"].size(), 7u);
-  EXPECT_EQ(value["a"].AsArray()[1].AsInteger(), -2);
-  EXPECT_TRUE(value["a"].AsArray()[2].IsDouble());
-  EXPECT_EQ(value["e"].AsString(), "\"\\/\b\f\n\r\t");
-  EXPECT_TRUE(value["b"]["c"].IsObject());
-  EXPECT_TRUE(value["missing"].IsNull());
-  // Written compactly, member order kept; '/' needs no escape.
-  EXPECT_EQ(value.Serialize(),
-            R"({"a":[1,-2,3.5,true,false,null,"x"],"b":{"c":{}},"d":[],"e":"\"\\/\b\f\n\r\t"})");
-  EXPECT_EQ(Parsed(value.Serialize()), value);
-}
-
-TEST(JsonTextTest, UnicodeEscapesBecomeUtf8) {
-  EXPECT_EQ(Parsed(R"("\u00e9\u20ac")").AsString(), "\xC3\xA9\xE2\x82\xAC");
-  // A surrogate pair is one code point (U+1F600).
-  EXPECT_EQ(Parsed(R"("\ud83d\ude00")").AsString(), "\xF0\x9F\x98\x80");
-  // A lone surrogate has no UTF-8 form: U+FFFD, and the rest is kept.
-  EXPECT_EQ(Parsed(R"("\ud83dx")").AsString(), "\xEF\xBF\xBDx");
-  // Control characters are written escaped, non-ASCII text as it is.
-  EXPECT_EQ(JsonValue(std::string("\x01\xC3\xA9", 3)).Serialize(), "\"\\u0001\xC3\xA9\"");
+// What the protocol relies on in reading and writing text (the rest is the library's own work).
+TEST(JsonTextTest, ValuesKeepTheirShapeThroughText) {
+  // Member order is kept, the last of repeated names wins, nesting comes back whole.
+  const JsonValue value =
+      Parsed(R"({"z":[1,-2,[true,null,{"k":"\u00e9"}]],"a":{"b":{}},"z":"last","e":[]})");
+  EXPECT_EQ(value.Serialize(), "{\"z\":\"last\",\"a\":{\"b\":{}},\"e\":[]}");
+  const JsonValue nested = Parsed(R"([1,[2,{"x":[3,{"y":4}],"w":5}],6])");
+  EXPECT_EQ(nested.Serialize(), R"([1,[2,{"x":[3,{"y":4}],"w":5}],6])");
+  EXPECT_EQ(Parsed(R"({"k":"\u00e9"})")["k"].AsString(), "\xC3\xA9");
   // Invalid UTF-8 is written as U+FFFD so the line stays valid UTF-8.
   EXPECT_EQ(JsonValue(std::string("a\xFF" "b")).Serialize(), "\"a\xEF\xBF\xBD" "b\"");
-}
 
-TEST(JsonTextTest, RejectsMalformedText) {
-  for (const char* text : {"", "{", "[1,]", "{\"a\" 1}", "{\"a\":1,}", "01", "1.", ".5", "-",
-                           "1e", "+1", "tru", "\"abc", "\"a\nb\"", "\"\\x\"", "\"\\u12\"",
-                           "[1] 2", "{'a':1}", "nan"}) {
+  for (const char* text : {"", "{", "[1,]", "{\"a\" 1}", "01", "[1] 2", "nan"}) {
     std::string error;
     EXPECT_FALSE(JsonValue::Parse(text, &error).has_value()) << text;
     EXPECT_THAT(error, HasSubstr("offset")) << text;
   }
-  // Deep nesting is refused rather than overflowing the stack.
-  EXPECT_FALSE(JsonValue::Parse(std::string(100000, '[')).has_value());
+  // Deep nesting is refused rather than overflowing the stack of the value's own copies.
+  std::string error;
+  EXPECT_FALSE(JsonValue::Parse(std::string(100000, '['), &error).has_value());
+  EXPECT_THAT(error, HasSubstr("nested too deeply"));
 }
 
 TEST(JsonTextTest, NumbersKeepTheirKind) {
   EXPECT_TRUE(Parsed("5").IsInteger());
   EXPECT_TRUE(Parsed("5.0").IsDouble());
   EXPECT_TRUE(Parsed("5e0").IsDouble());
-  EXPECT_EQ(Parsed("9223372036854775807").AsInteger(), std::numeric_limits<int64_t>::max());
   EXPECT_EQ(Parsed("-9223372036854775808").AsInteger(), std::numeric_limits<int64_t>::min());
   // Beyond the 64-bit range an integer can only be a double.
   EXPECT_TRUE(Parsed("9223372036854775808").IsDouble());
-  EXPECT_FALSE(JsonValue::Parse("1e999").has_value());
-  // Doubles are written so that they read back as the same doubles.
+  // Doubles are written so that they read back as the same doubles; JSON has no non-finite ones.
   for (double value : {3.0, -0.0, 0.1, 1e300, -2.5e-300, 123456789012345678.0,
                        std::numeric_limits<double>::denorm_min()}) {
     JsonValue back = Parsed(JsonValue(value).Serialize());
@@ -105,7 +86,7 @@ TEST(JsonTextTest, NumbersKeepTheirKind) {
     const double read = back.AsDouble();
     EXPECT_EQ(std::memcmp(&value, &read, sizeof(double)), 0) << JsonValue(value).Serialize();
   }
-  EXPECT_EQ(JsonValue(-0.0).Serialize(), "-0.0");
+  EXPECT_EQ(JsonValue(std::numeric_limits<double>::quiet_NaN()).Serialize(), "null");
 }
 
 TEST(JsonToEncodableTest, PlainIntegersAreInt32WhenTheyFit) {
