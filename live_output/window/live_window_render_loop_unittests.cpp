@@ -235,7 +235,17 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   g_fault_reached = nullptr;
 }
 
-TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenTheLoopIsStopped) {
+// Presents made on the test's own (the platform) thread.
+DWORD g_platform_thread = 0;
+std::atomic<int> g_platform_presents{0};
+HRESULT CountPlatformPresents(HRESULT presented) {
+  if (GetCurrentThreadId() == g_platform_thread) {
+    g_platform_presents.fetch_add(1);
+  }
+  return presented;
+}
+
+TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenStoppedAndHandsTheFrameToAStartedLoop) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Black now", 120, 120, 160, 90)}));
   const std::vector<std::uint8_t> pixels(8 * 8 * 4, 0xFF);
@@ -244,10 +254,21 @@ TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenTheLoopIsStopped) {
   const std::uint64_t before = window.present_count();
   window.PresentBlackNow();
   EXPECT_EQ(window.present_count(), before + 1);
-  // While the loop runs, its thread presents the black frame.
-  window.RestartRenderLoop();
-  window.PresentBlackNow();
-  EXPECT_TRUE(WaitForPresents(window, 3));
+  EXPECT_EQ(window.black_frame_count(), 1u);
+  // Right after a start the new render thread owns the context, before it has run at all: the
+  // frame is handed to it and presented by it, never from here alongside it.
+  g_platform_thread = GetCurrentThreadId();
+  g_platform_presents.store(0);
+  window.SetPresentFilterForTesting(&CountPlatformPresents);
+  for (std::uint64_t presented = 2; presented <= 4; ++presented) {
+    window.RestartRenderLoop();
+    window.PresentBlackNow();
+    EXPECT_TRUE(PumpUntil([&window, presented] { return window.black_frame_count() == presented; },
+                          window.present_event()));
+    window.StopRenderLoop();
+  }
+  EXPECT_EQ(g_platform_presents.load(), 0);
+  window.SetPresentFilterForTesting(nullptr);
   // Nothing to present on after close.
   window.Close();
   const std::uint64_t closed = window.present_count();
