@@ -363,6 +363,25 @@ TEST_F(KestrunProcessTest, NoArgumentsGiveAnEmptyList) {
   EXPECT_TRUE(engine->arguments.empty());
 }
 
+// The interface closing the application destroys the main window: the process ends with 0, also
+// with an output window still open (its render thread is stopped on the way out).
+TEST_F(KestrunProcessTest, NormalCloseWithAnOutputWindowOpenExitsWithZero) {
+  Start();
+  const kestrun_headless::Reply shown = session_.Invoke(
+      "com.kestrun.native_live_window", "showForDisplay",
+      EncodableValue(EncodableMap{{EncodableValue("displayId"), EncodableValue("exit test")},
+                                  {EncodableValue("x"), EncodableValue(int32_t{40})},
+                                  {EncodableValue("y"), EncodableValue(int32_t{40})},
+                                  {EncodableValue("width"), EncodableValue(int32_t{160})},
+                                  {EncodableValue("height"), EncodableValue(int32_t{90})},
+                                  {EncodableValue("isPrimary"), EncodableValue(false)}}));
+  EXPECT_EQ(shown.kind, ReplyKind::kSuccess) << shown.failure << shown.error_code;
+  kestrun_headless::JsonValue destroy = kestrun_headless::JsonValue::MakeObject();
+  destroy.Set("op", "destroyWindow");
+  ASSERT_TRUE(session_.Request(destroy).has_value()) << session_.last_error();
+  EXPECT_EQ(session_.WaitForExit(), std::optional<uint32_t>(0));
+}
+
 TEST_F(KestrunProcessTest, FailingViewControllerEndsTheProcessWithCode1) {
   SessionOptions options;
   options.program = KestrunProgram();

@@ -235,6 +235,64 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   g_fault_reached = nullptr;
 }
 
+HRESULT HungDevice(HRESULT) { return DXGI_ERROR_DEVICE_HUNG; }
+
+TEST(RenderLoopFaultTest, CrashOnARemovedDeviceLogsItsReasonAndOnlyAStopAllowsARestart) {
+  g_fault_reached = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ASSERT_NE(g_fault_reached, nullptr);
+  NativeLiveWindow window;
+  ASSERT_TRUE(Show(window, {Display("Hung device", 120, 120, 160, 90)}));
+  window.SetRemovedReasonFilterForTesting(&HungDevice);
+  const std::size_t mark = LogText().size();
+  window.SetFrameHookForTesting(&FaultingFrame);
+  ASSERT_TRUE(PumpUntil([] { return WaitForSingleObject(g_fault_reached, 0) == WAIT_OBJECT_0; },
+                        g_fault_reached));
+  window.SetFrameHookForTesting(nullptr);
+  // Crashed but not stopped: a restart does nothing (and does not replace the unjoined thread).
+  window.RestartRenderLoop();
+  EXPECT_TRUE(window.render_loop_running());
+  window.StopRenderLoop();
+  const std::string log = LogText().substr(mark);
+  EXPECT_EQ(CountOf(log, "ERROR [RENDER] D3D11 device removed reason on Hung device: "
+                         "DXGI_ERROR_DEVICE_HUNG - GPU took too long to execute commands (0x887A0006)"),
+            1u)
+      << log;
+  EXPECT_EQ(CountOf(log, "Render loop restarted"), 0u) << log;
+  window.Close();
+  CloseHandle(g_fault_reached);
+  g_fault_reached = nullptr;
+}
+
+// Frames that reached the content (the frame hook runs only there).
+std::atomic<int> g_content_frames{0};
+void CountContentFrame() { g_content_frames.fetch_add(1); }
+
+TEST(RenderLoopTest, BlankedWindowStillDrawsItsContentUnderARunningFade) {
+  auto clock = std::make_shared<ManualClock>();
+  NativeLiveWindow window(clock);
+  ASSERT_TRUE(Show(window, {Display("Blank and fade", 120, 120, 160, 90)}));
+  ASSERT_TRUE(window.ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0xFF), 8, 8, 2));
+  window.SetFrameHookForTesting(&CountContentFrame);
+  auto content_frames_over = [&window](std::uint64_t presents) {
+    const int before = g_content_frames.load();
+    EXPECT_TRUE(WaitForPresents(window, presents));
+    return g_content_frames.load() - before;
+  };
+  window.Blank();
+  content_frames_over(2);
+  EXPECT_EQ(content_frames_over(3), 0) << "blanked without a fade draws black";
+  // Fading while blanked: the content is drawn under the overlay, so that it is there when the
+  // fade uncovers it.
+  clock->SetFadeTimeMs(0);
+  window.FadeFromBlack(1000, nullptr);
+  EXPECT_GE(content_frames_over(3), 2);
+  window.Unblank();
+  clock->SetFadeTimeMs(1000);
+  EXPECT_GE(content_frames_over(3), 2);
+  window.SetFrameHookForTesting(nullptr);
+  window.Close();
+}
+
 // Presents made on the test's own (the platform) thread.
 DWORD g_platform_thread = 0;
 std::atomic<int> g_platform_presents{0};
