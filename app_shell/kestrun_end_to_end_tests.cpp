@@ -90,6 +90,44 @@ TEST(KestrunProgramTest, CarriesTheApplicationIconAsResource101) {
   FreeLibrary(program);
 }
 
+// The application manifest (RT_MANIFEST, id 1) of a program, as text; empty when it has none.
+std::string ManifestOf(const std::wstring& program) {
+  HMODULE module = LoadLibraryExW(program.c_str(), nullptr,
+                                  LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+  if (module == nullptr) {
+    return "";
+  }
+  std::string text;
+  HRSRC resource = FindResourceW(module, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
+  HGLOBAL loaded = resource != nullptr ? LoadResource(module, resource) : nullptr;
+  const void* bytes = loaded != nullptr ? LockResource(loaded) : nullptr;
+  if (bytes != nullptr) {
+    text.assign(static_cast<const char*>(bytes), SizeofResource(module, resource));
+  }
+  FreeLibrary(module);
+  return text;
+}
+
+// Without a manifest naming Windows 8 or later, Windows refuses the layered child window that fades
+// an output window. The program and the test programs that open output windows carry it.
+TEST(KestrunProgramTest, ManifestDeclaresWindows10AmongTheSupportedSystems) {
+  const std::wstring tests = KestrunProgram().substr(0, KestrunProgram().rfind(L"\\bin\\")) +
+                             L"\\tests\\";
+  for (const std::wstring& program :
+       {KestrunProgram(), tests + L"live_window_unittests.exe",
+        tests + L"native_live_window_plugin_unittests.exe"}) {
+    const std::string manifest = ManifestOf(program);
+    SCOPED_TRACE(std::string(program.begin(), program.end()));
+    ASSERT_FALSE(manifest.empty()) << "no manifest resource 1";
+    EXPECT_NE(manifest.find("<supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\"/>"),
+              std::string::npos)
+        << manifest;
+    EXPECT_NE(manifest.find("<dpiAwareness xmlns=\"http://schemas.microsoft.com/SMI/2016/"
+                            "WindowsSettings\">PerMonitorV2</dpiAwareness>"),
+              std::string::npos);
+  }
+}
+
 class KestrunProcessTest : public ::testing::Test {
  protected:
   // Starts kestrun.exe; `environment` is added to the program's environment.
@@ -323,6 +361,25 @@ TEST_F(KestrunProcessTest, NoArgumentsGiveAnEmptyList) {
   std::optional<kestrun_headless::EngineState> engine = session_.EngineInfo();
   ASSERT_TRUE(engine.has_value()) << session_.last_error();
   EXPECT_TRUE(engine->arguments.empty());
+}
+
+// The interface closing the application destroys the main window: the process ends with 0, also
+// with an output window still open (its render thread is stopped on the way out).
+TEST_F(KestrunProcessTest, NormalCloseWithAnOutputWindowOpenExitsWithZero) {
+  Start();
+  const kestrun_headless::Reply shown = session_.Invoke(
+      "com.kestrun.native_live_window", "showForDisplay",
+      EncodableValue(EncodableMap{{EncodableValue("displayId"), EncodableValue("exit test")},
+                                  {EncodableValue("x"), EncodableValue(int32_t{40})},
+                                  {EncodableValue("y"), EncodableValue(int32_t{40})},
+                                  {EncodableValue("width"), EncodableValue(int32_t{160})},
+                                  {EncodableValue("height"), EncodableValue(int32_t{90})},
+                                  {EncodableValue("isPrimary"), EncodableValue(false)}}));
+  EXPECT_EQ(shown.kind, ReplyKind::kSuccess) << shown.failure << shown.error_code;
+  kestrun_headless::JsonValue destroy = kestrun_headless::JsonValue::MakeObject();
+  destroy.Set("op", "destroyWindow");
+  ASSERT_TRUE(session_.Request(destroy).has_value()) << session_.last_error();
+  EXPECT_EQ(session_.WaitForExit(), std::optional<uint32_t>(0));
 }
 
 TEST_F(KestrunProcessTest, FailingViewControllerEndsTheProcessWithCode1) {

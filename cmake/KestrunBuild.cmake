@@ -46,3 +46,28 @@ function(kestrun_add_test name)
   add_test(NAME ${name} COMMAND ${name} --gtest_color=no
            WORKING_DIRECTORY ${KESTRUN_TEST_OUTPUT_DIRECTORY})
 endfunction()
+
+# kestrun_application_manifest(<target>)
+# Gives a Windows program the application manifest of kestrun.exe
+# (app_shell/resources/kestrun.exe.manifest). Every program that opens output windows needs it when
+# it runs on Windows: only a program that declares Windows 8 or later among its supported systems
+# may create the layered child window that fades an output window. kestrun.exe carries the same
+# file through its own resource script. With Visual C++ the linker's own manifest is switched off,
+# so that ours is the only manifest resource and is not replaced.
+function(kestrun_application_manifest target)
+  if(NOT WIN32 OR NOT TARGET ${target})
+    return()
+  endif()
+  enable_language(RC)
+  set(manifest ${PROJECT_SOURCE_DIR}/app_shell/resources/kestrun.exe.manifest)
+  set(script ${CMAKE_BINARY_DIR}/generated/kestrun_application_manifest.rc)
+  if(NOT EXISTS ${script})
+    # 1 = CREATEPROCESS_MANIFEST_RESOURCE_ID, 24 = RT_MANIFEST.
+    file(CONFIGURE OUTPUT ${script} CONTENT "1 24 \"@manifest@\"\n" @ONLY)
+  endif()
+  target_sources(${target} PRIVATE ${script})
+  set_property(SOURCE ${script} APPEND PROPERTY OBJECT_DEPENDS ${manifest})
+  if(MSVC)
+    target_link_options(${target} PRIVATE /MANIFEST:NO)
+  endif()
+endfunction()

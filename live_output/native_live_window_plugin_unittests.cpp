@@ -605,6 +605,67 @@ TEST_F(LiveWindowPluginImageTest, OverBudgetAnimationIsShownAsItsFirstFrame) {
   EXPECT_EQ(plugin_->image_decoder().decoded_image().width, 2u);
 }
 
+// Images the window cannot take: a still wider than any texture fails to load; an animation whose
+// canvas is that wide is refused by the window, and its first frame is shown as a still instead.
+TEST_F(LiveWindowPluginImageTest, ImagesTheWindowCannotTakeFailOrShowTheirFirstFrame) {
+  constexpr std::uint16_t kTooWide = 65535;
+  ASSERT_TRUE(files_->WritePng("too-wide.png", kTooWide, 1,
+                               std::vector<std::uint8_t>(std::size_t{kTooWide} * 4, 0x80)));
+  const std::vector<GifTestFileWriter::Frame> two = {
+      GifTestFileWriter::SolidFrame(0, 0, 2, 2, 0xFFFF0000),
+      GifTestFileWriter::SolidFrame(0, 0, 2, 2, 0xFF00FF00)};
+  ASSERT_TRUE(files_->WriteBytes("wide-canvas.gif", GifTestFileWriter::Build(kTooWide, 2, two)));
+
+  struct Case {
+    const char* file;
+    const char* code;  // "" for success
+    std::uint32_t still_width;
+  };
+  const Case cases[] = {
+      {"too-wide.png", "LOAD_FAILED", kTooWide},
+      {"wide-canvas.gif", "", 2},
+  };
+  NativeLiveWindow* window = Show("d1");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    ExpectSuccess(Call("stopImageForDisplay", Id("d1")));
+    const Outcome outcome = Call("loadImageForDisplay", Load("d1", files_->Path(c.file)));
+    if (*c.code != '\0') {
+      ExpectError(outcome, c.code, "Failed to load image");
+      EXPECT_EQ(window->content_mode(), kContentNone);
+    } else {
+      ExpectSuccess(outcome);
+      EXPECT_EQ(window->content_mode(), kContentImage);
+    }
+    EXPECT_EQ(plugin_->image_decoder().decoded_image().width, c.still_width);
+  }
+  EXPECT_EQ(plugin_->image_decoder().static_decode_count(), 2u);
+  // Shown as a still, the refused animation never changes frames.
+  clocks_[0]->AdvanceMs(500);
+  EXPECT_TRUE(WaitForPresents(*window, 3));
+  EXPECT_EQ(window->texture_update_count(), 0u);
+}
+
+HRESULT FailDeviceCreation(HRESULT) { return E_FAIL; }
+
+TEST_F(LiveWindowPluginTest, WindowWithoutDirect3DIsDestroyedAndShowFails) {
+  NativeLiveWindow::SetDeviceCreationFilterForTesting(&FailDeviceCreation);
+  const Outcome outcome = Call("showForDisplay", Map({{"displayId", EncodableValue("d1")},
+                                                      {"x", EncodableValue(0)},
+                                                      {"y", EncodableValue(0)},
+                                                      {"width", EncodableValue(160)},
+                                                      {"height", EncodableValue(120)}}));
+  NativeLiveWindow::SetDeviceCreationFilterForTesting(nullptr);
+  ExpectError(outcome, "SHOW_FAILED", "Failed to initialize D3D11");
+  ASSERT_EQ(windows_.size(), 1u);
+  EXPECT_EQ(windows_[0]->GetHwnd(), nullptr);
+  EXPECT_FALSE(windows_[0]->render_loop_running());
+  EXPECT_EQ(FindWindowW(L"KestrunNativeLiveWindow", nullptr), nullptr);
+  ExpectError(Call("loadImageForDisplay", Map({{"displayId", EncodableValue("d1")},
+                                               {"path", EncodableValue("a.png")}})),
+              "NOT_SHOWING", "Window for display is not showing");
+}
+
 // --- Fades ---
 
 TEST_F(LiveWindowPluginTest, FadeIsAnsweredOnThePlatformThreadAfterItEnds) {

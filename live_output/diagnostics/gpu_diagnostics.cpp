@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "live_output/log/logger.h"
 
@@ -38,6 +40,39 @@ std::string ToUtf8(const wchar_t* text, std::size_t max_bytes) {
 }
 
 int MiB(SIZE_T bytes) { return static_cast<int>(static_cast<std::uint64_t>(bytes) >> 20); }
+
+std::atomic<AdapterFactsSource> g_adapter_source{nullptr};
+
+// The adapters and outputs DXGI enumerates, each released as the enumeration moves on.
+bool ReadDxgiAdapters(std::vector<AdapterFacts>* adapters) {
+  ComPtr<IDXGIFactory1> factory;
+  if (FAILED(CreateDXGIFactory1(IID_PPV_ARGS(&factory)))) {
+    return false;
+  }
+  ComPtr<IDXGIAdapter1> adapter;
+  for (UINT i = 0; factory->EnumAdapters1(i, &adapter) != DXGI_ERROR_NOT_FOUND; ++i) {
+    AdapterFacts facts;
+    facts.index = i;
+    if (adapter && SUCCEEDED(adapter->GetDesc1(&facts.desc))) {
+      ComPtr<IDXGIOutput> output;
+      for (UINT j = 0; adapter->EnumOutputs(j, &output) != DXGI_ERROR_NOT_FOUND; ++j) {
+        DXGI_OUTPUT_DESC output_desc = {};
+        if (output && SUCCEEDED(output->GetDesc(&output_desc))) {
+          facts.outputs.push_back(output_desc);
+        }
+        output.Reset();
+      }
+      adapters->push_back(std::move(facts));
+    }
+    adapter.Reset();
+  }
+  return true;
+}
+
+bool ReadAdapters(std::vector<AdapterFacts>* adapters) {
+  const AdapterFactsSource source = g_adapter_source.load();
+  return source != nullptr ? source(adapters) : ReadDxgiAdapters(adapters);
+}
 
 }  // namespace
 
@@ -94,25 +129,14 @@ void LogAdapterForWindow(ID3D11Device* device, HMONITOR monitor, const char* lab
     return;
   }
 
-  ComPtr<IDXGIFactory1> factory;
-  if (SUCCEEDED(CreateDXGIFactory1(IID_PPV_ARGS(&factory)))) {
-    ComPtr<IDXGIAdapter1> adapter;
-    for (UINT i = 0; factory->EnumAdapters1(i, &adapter) != DXGI_ERROR_NOT_FOUND; ++i) {
-      if (!adapter) {
-        continue;
-      }
-      ComPtr<IDXGIOutput> output;
-      for (UINT j = 0; adapter->EnumOutputs(j, &output) != DXGI_ERROR_NOT_FOUND; ++j) {
-        DXGI_OUTPUT_DESC output_desc = {};
-        if (!output || FAILED(output->GetDesc(&output_desc)) || output_desc.Monitor != monitor) {
-          output.Reset();
+  std::vector<AdapterFacts> adapters;
+  if (ReadAdapters(&adapters)) {
+    for (const AdapterFacts& adapter : adapters) {
+      for (const DXGI_OUTPUT_DESC& output : adapter.outputs) {
+        if (output.Monitor != monitor) {
           continue;
         }
-        DXGI_ADAPTER_DESC1 output_adapter = {};
-        if (FAILED(adapter->GetDesc1(&output_adapter))) {
-          output.Reset();
-          continue;
-        }
+        const DXGI_ADAPTER_DESC1& output_adapter = adapter.desc;
         const std::string name = ToUtf8(output_adapter.Description, 255);
         const unsigned long high = static_cast<unsigned long>(output_adapter.AdapterLuid.HighPart);
         const unsigned long low = static_cast<unsigned long>(output_adapter.AdapterLuid.LowPart);
@@ -128,7 +152,6 @@ void LogAdapterForWindow(ID3D11Device* device, HMONITOR monitor, const char* lab
         }
         return;
       }
-      adapter.Reset();
     }
   }
   log.Warning(kCategory, "Output adapter for %s: could not resolve via DXGI", label);
@@ -139,41 +162,40 @@ void LogAdapterTopologyOnce() {
   if (logged.exchange(true)) {
     return;
   }
+  LogAdapterTopology();
+}
+
+void LogAdapterTopology() {
   Logger& log = Logger::Instance();
-  ComPtr<IDXGIFactory1> factory;
-  if (FAILED(CreateDXGIFactory1(IID_PPV_ARGS(&factory)))) {
+  std::vector<AdapterFacts> adapters;
+  if (!ReadAdapters(&adapters)) {
     log.Warning(kCategory, "Could not create DXGIFactory1 for adapter enumeration");
     return;
   }
   log.Info(kCategory, "--- DXGI adapter/output topology snapshot ---");
-  ComPtr<IDXGIAdapter1> adapter;
-  for (UINT i = 0; factory->EnumAdapters1(i, &adapter) != DXGI_ERROR_NOT_FOUND; ++i) {
-    DXGI_ADAPTER_DESC1 desc = {};
-    if (adapter && SUCCEEDED(adapter->GetDesc1(&desc))) {
-      const std::string name = ToUtf8(desc.Description, 255);
-      log.Info(kCategory, "Adapter %u: %s%s (LUID=%08lx-%08lx, VRAM=%dMB, Vendor=0x%04x, Device=0x%04x)",
-               i, name.c_str(), (desc.Flags & DXGI_ADAPTER_FLAG_SOFTWARE) != 0 ? " [software]" : "",
-               static_cast<unsigned long>(desc.AdapterLuid.HighPart),
-               static_cast<unsigned long>(desc.AdapterLuid.LowPart), MiB(desc.DedicatedVideoMemory),
-               static_cast<unsigned>(desc.VendorId), static_cast<unsigned>(desc.DeviceId));
-      ComPtr<IDXGIOutput> output;
-      for (UINT j = 0; adapter->EnumOutputs(j, &output) != DXGI_ERROR_NOT_FOUND; ++j) {
-        DXGI_OUTPUT_DESC output_desc = {};
-        if (output && SUCCEEDED(output->GetDesc(&output_desc))) {
-          const std::string device_name = ToUtf8(output_desc.DeviceName, 63);
-          const RECT& r = output_desc.DesktopCoordinates;
-          log.Info(kCategory, "  Output %u.%u: %s %ldx%ld at (%ld,%ld) HMONITOR=0x%p attached=%d", i,
-                   j, device_name.c_str(), static_cast<long>(r.right - r.left),
-                   static_cast<long>(r.bottom - r.top), static_cast<long>(r.left),
-                   static_cast<long>(r.top), static_cast<void*>(output_desc.Monitor),
-                   output_desc.AttachedToDesktop ? 1 : 0);
-        }
-        output.Reset();
-      }
+  for (const AdapterFacts& adapter : adapters) {
+    const DXGI_ADAPTER_DESC1& desc = adapter.desc;
+    const std::string name = ToUtf8(desc.Description, 255);
+    log.Info(kCategory, "Adapter %u: %s%s (LUID=%08lx-%08lx, VRAM=%dMB, Vendor=0x%04x, Device=0x%04x)",
+             adapter.index, name.c_str(),
+             (desc.Flags & DXGI_ADAPTER_FLAG_SOFTWARE) != 0 ? " [software]" : "",
+             static_cast<unsigned long>(desc.AdapterLuid.HighPart),
+             static_cast<unsigned long>(desc.AdapterLuid.LowPart), MiB(desc.DedicatedVideoMemory),
+             static_cast<unsigned>(desc.VendorId), static_cast<unsigned>(desc.DeviceId));
+    for (std::size_t j = 0; j < adapter.outputs.size(); ++j) {
+      const DXGI_OUTPUT_DESC& output_desc = adapter.outputs[j];
+      const std::string device_name = ToUtf8(output_desc.DeviceName, 63);
+      const RECT& r = output_desc.DesktopCoordinates;
+      log.Info(kCategory, "  Output %u.%u: %s %ldx%ld at (%ld,%ld) HMONITOR=0x%p attached=%d",
+               adapter.index, static_cast<unsigned>(j), device_name.c_str(),
+               static_cast<long>(r.right - r.left), static_cast<long>(r.bottom - r.top),
+               static_cast<long>(r.left), static_cast<long>(r.top),
+               static_cast<void*>(output_desc.Monitor), output_desc.AttachedToDesktop ? 1 : 0);
     }
-    adapter.Reset();
   }
   log.Info(kCategory, "--- end of adapter/output topology ---");
 }
+
+void SetAdapterFactsSourceForTesting(AdapterFactsSource source) { g_adapter_source.store(source); }
 
 }  // namespace native_live_window

@@ -9,6 +9,9 @@
 #include <windows.h>
 
 #include <d3d11.h>
+#include <dxgi.h>
+
+#include <vector>
 
 namespace native_live_window {
 
@@ -21,6 +24,21 @@ void LogAdapterForWindow(ID3D11Device* device, HMONITOR monitor, const char* lab
 
 // Logs every adapter and its outputs, once per process; later calls return at once.
 void LogAdapterTopologyOnce();
+// The same snapshot, each time it is called.
+void LogAdapterTopology();
+
+// What DXGI reports about one adapter (whose description could be read) and its outputs (whose
+// descriptions could be read), with the adapter's index in DXGI's enumeration.
+struct AdapterFacts {
+  UINT index = 0;
+  DXGI_ADAPTER_DESC1 desc = {};
+  std::vector<DXGI_OUTPUT_DESC> outputs;
+};
+// Reads the facts of every adapter; false when DXGI's factory cannot be made.
+using AdapterFactsSource = bool (*)(std::vector<AdapterFacts>* adapters);
+// Test seam: the reports read their adapters from `source` instead of DXGI (null: DXGI again).
+// The render adapter of a device is still asked of the device.
+void SetAdapterFactsSourceForTesting(AdapterFactsSource source);
 
 }  // namespace native_live_window
 

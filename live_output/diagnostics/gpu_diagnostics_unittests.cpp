@@ -8,6 +8,7 @@
 #include <wrl/client.h>
 
 #include <string>
+#include <vector>
 
 #include "live_output/test_support/live_window_test_support.h"
 
@@ -91,6 +92,46 @@ TEST(GpuDiagnosticsTest, TopologySnapshotIsLoggedOncePerProcess) {
   EXPECT_EQ(CountOf(log, "INFO  [VIDEO] --- end of adapter/output topology ---"), 1u);
   EXPECT_GE(CountOf(log, "INFO  [VIDEO] Adapter 0: "), 1u);
   EXPECT_GE(CountOf(log, "INFO  [VIDEO]   Output 0.0: "), 1u);
+}
+
+// Runs after the once-per-process snapshot above, which counts the snapshots of the whole log.
+// One software adapter, not the one that renders, driving the primary monitor.
+bool SoftwareAdapterOnThePrimaryMonitor(std::vector<AdapterFacts>* adapters) {
+  AdapterFacts adapter;
+  adapter.index = 0;
+  wcscpy_s(adapter.desc.Description, L"Seam Basic Render Driver");
+  adapter.desc.Flags = DXGI_ADAPTER_FLAG_SOFTWARE;
+  adapter.desc.AdapterLuid = LUID{0x00C0FFEE, 0x7};
+  adapter.desc.VendorId = 0x1414;
+  adapter.desc.DeviceId = 0x8C;
+  DXGI_OUTPUT_DESC output = {};
+  wcscpy_s(output.DeviceName, L"\\\\.\\DISPLAY9");
+  output.DesktopCoordinates = RECT{0, 0, 640, 480};
+  output.AttachedToDesktop = TRUE;
+  output.Monitor = MonitorFromPoint(POINT{0, 0}, MONITOR_DEFAULTTOPRIMARY);
+  adapter.outputs.push_back(output);
+  adapters->push_back(adapter);
+  return true;
+}
+
+TEST_F(AdapterReportTest, MonitorOnAnotherAdapterWarnsAndSoftwareAdaptersAreMarked) {
+  const std::size_t mark = LogText().size();
+  SetAdapterFactsSourceForTesting(&SoftwareAdapterOnThePrimaryMonitor);
+  LogAdapterForWindow(device_.Get(), MonitorFromPoint(POINT{0, 0}, MONITOR_DEFAULTTOPRIMARY),
+                      "Crossing display");
+  LogAdapterTopology();
+  SetAdapterFactsSourceForTesting(nullptr);
+  const std::string log = LogText().substr(mark);
+  EXPECT_EQ(CountOf(log, "WARNING [VIDEO] Output adapter for Crossing display: Seam Basic Render "
+                         "Driver (LUID=00000007-00c0ffee) \xE2\x80\x94 MISMATCH with render adapter"),
+            1u)
+      << log;
+  EXPECT_EQ(CountOf(log, "INFO  [VIDEO] Adapter 0: Seam Basic Render Driver [software] "
+                         "(LUID=00000007-00c0ffee, VRAM=0MB, Vendor=0x1414, Device=0x008c)"),
+            1u)
+      << log;
+  EXPECT_EQ(CountOf(log, "INFO  [VIDEO]   Output 0.0: \\\\.\\DISPLAY9 640x480 at (0,0) HMONITOR="), 1u)
+      << log;
 }
 
 }  // namespace

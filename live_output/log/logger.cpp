@@ -8,6 +8,8 @@
 #include <system_error>
 #include <utility>
 
+#include "live_output/log/held_locks.h"
+
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
@@ -122,7 +124,7 @@ void Logger::SendToDebugger(const char* text) {
 void Logger::Debug(const std::string& text) { debugger_sink_(text.c_str()); }
 
 void Logger::Initialize(const std::string& directory) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  HeldLocks::Scoped<std::mutex> lock(mutex_);
   directory_ = directory;
   initialized_ = true;
   current_hour_ = -1;
@@ -169,12 +171,15 @@ void Logger::Error(const char* category, const char* format, ...) {
 }
 
 void Logger::Flush() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  HeldLocks::Scoped<std::mutex> lock(mutex_);
   if (file_.is_open()) file_.flush();
 }
 
 void Logger::Write(const char* level, const char* category, const char* format, ...) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  // A render thread that faults while it holds this lock gets it released by its fault guard.
+  HeldLocks::Scoped<std::mutex> lock(mutex_);
+  const WriteHook hook = write_hook_.load(std::memory_order_relaxed);
+  if (hook != nullptr) hook(category);
   if (!initialized_) return;
 
   // The clock is read under the lock so that the lines of a file are in time order and every line

@@ -15,6 +15,7 @@
 #ifndef KESTRUN_LIVE_OUTPUT_LOG_LOGGER_H_
 #define KESTRUN_LIVE_OUTPUT_LOG_LOGGER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -84,6 +85,11 @@ class Logger {
   // Pushes buffered lines to the file, if one is open.
   void Flush();
 
+  // Test seam: called with the category of every line, on the logging thread, with the logger's
+  // lock held (null removes it).
+  using WriteHook = void (*)(const char* category);
+  void SetWriteHookForTesting(WriteHook hook) { write_hook_.store(hook); }
+
   // The real clock and debugger output used by Instance().
   static std::int64_t SystemClockNow();
   static void SendToDebugger(const char* text);
@@ -100,6 +106,7 @@ class Logger {
 
   Clock clock_;
   DebuggerSink debugger_sink_;
+  std::atomic<WriteHook> write_hook_{nullptr};
 
   // Guards everything below. Held for one line at a time.
   std::mutex mutex_;

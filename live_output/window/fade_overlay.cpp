@@ -10,6 +10,9 @@ namespace {
 
 constexpr wchar_t kOverlayClassName[] = L"KestrunFadeOverlay";
 constexpr UINT kRaiseFlags = SWP_NOSIZE | SWP_NOMOVE | SWP_NOACTIVATE;
+// Posted to the overlay by a thread that does not own it: apply the alpha last computed and raise
+// the overlay to the top.
+constexpr UINT kApplyAlphaMessage = WM_APP + 1;
 
 std::atomic<bool> g_overlay_class_registered{false};
 
@@ -23,6 +26,13 @@ LRESULT CALLBACK FadeOverlay::OverlayProc(HWND hwnd, UINT message, WPARAM wparam
   if (message == WM_NCHITTEST) {
     // Clicks go through to the live window below.
     return HTTRANSPARENT;
+  }
+  if (message == kApplyAlphaMessage) {
+    auto* overlay = reinterpret_cast<FadeOverlay*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    if (overlay != nullptr) {
+      overlay->ApplyPostedAlpha(hwnd);
+    }
+    return 0;
   }
   return DefWindowProcW(hwnd, message, wparam, lparam);
 }
@@ -62,10 +72,43 @@ bool FadeOverlay::EnsureOverlayLocked(HWND parent) {
   if (overlay_hwnd_ == nullptr) {
     return false;
   }
+  SetWindowLongPtrW(overlay_hwnd_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+  overlay_thread_ = GetWindowThreadProcessId(overlay_hwnd_, nullptr);
+  alpha_posted_ = false;
   overlay_alpha_ = 0;
   SetLayeredWindowAttributes(overlay_hwnd_, 0, 0, LWA_ALPHA);
   SetWindowPos(overlay_hwnd_, HWND_TOP, 0, 0, 0, 0, kRaiseFlags);
   return true;
+}
+
+void FadeOverlay::ShowAlphaLocked(std::uint8_t alpha) {
+  overlay_alpha_ = alpha;
+  if (GetCurrentThreadId() == overlay_thread_) {
+    SetLayeredWindowAttributes(overlay_hwnd_, 0, alpha, LWA_ALPHA);
+    SetWindowPos(overlay_hwnd_, HWND_TOP, 0, 0, 0, 0, kRaiseFlags);
+    return;
+  }
+  // Another thread (the render thread) never changes the window itself: the owning thread may be
+  // joining it without pumping messages. One posted message at a time; it applies whatever alpha
+  // is current when it arrives, so later steps and fades started meanwhile are never undone.
+  if (!alpha_posted_) {
+    alpha_posted_ = PostMessageW(overlay_hwnd_, kApplyAlphaMessage, 0, 0) != FALSE;
+  }
+}
+
+void FadeOverlay::ApplyPostedAlpha(HWND overlay) {
+  std::uint8_t alpha;
+  {
+    std::lock_guard<RecursiveLock> lock(fade_mutex_);
+    if (overlay != overlay_hwnd_) {
+      return;
+    }
+    alpha_posted_ = false;
+    alpha = overlay_alpha_;
+  }
+  SetLayeredWindowAttributes(overlay, 0, alpha, LWA_ALPHA);
+  // Kept above the web view at every step.
+  SetWindowPos(overlay, HWND_TOP, 0, 0, 0, 0, kRaiseFlags);
 }
 
 void FadeOverlay::SetAlphaLocked(std::uint8_t alpha) {
@@ -151,10 +194,8 @@ void FadeOverlay::Step() {
       alpha = AlphaAt(progress, fade_start_alpha_, fade_to_black_);
     }
     if (alpha != overlay_alpha_ && overlay_hwnd_ != nullptr) {
-      SetAlphaLocked(alpha);
-      // Keep the overlay above the web view. The overlay belongs to the platform thread: the
-      // request is posted to it, so this thread never waits for that one.
-      SetWindowPos(overlay_hwnd_, HWND_TOP, 0, 0, 0, 0, kRaiseFlags | SWP_ASYNCWINDOWPOS);
+      // Also raises the overlay, to keep it above the web view.
+      ShowAlphaLocked(alpha);
     }
     if (done && fade_callback_) {
       finished = std::move(fade_callback_);
@@ -200,6 +241,7 @@ void FadeOverlay::Destroy() {
     overlay = overlay_hwnd_;
     overlay_hwnd_ = nullptr;
     overlay_alpha_ = 0;
+    alpha_posted_ = false;
     fading_ = false;
     fade_callback_ = nullptr;
   }

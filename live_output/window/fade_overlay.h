@@ -7,7 +7,9 @@
 //
 // Fade requests and blanking come from the platform thread, Step() from the render thread; both
 // hold `fade_mutex_` while touching the state and the overlay's alpha. Completion callbacks are
-// always called with no lock held.
+// always called with no lock held. The overlay window belongs to the thread that created it (the
+// platform thread): Step() on any other thread only posts the new alpha to it, and the overlay's
+// window procedure applies it, so the render thread never waits for the platform thread.
 
 #ifndef KESTRUN_LIVE_OUTPUT_WINDOW_FADE_OVERLAY_H_
 #define KESTRUN_LIVE_OUTPUT_WINDOW_FADE_OVERLAY_H_
@@ -70,6 +72,9 @@ class FadeOverlay {
   void StartFade(HWND parent, bool to_black, std::int32_t duration_ms, Callback callback);
   bool EnsureOverlayLocked(HWND parent);
   void SetAlphaLocked(std::uint8_t alpha);
+  // A step's alpha, applied and raised at once on the overlay's own thread, posted from others.
+  void ShowAlphaLocked(std::uint8_t alpha);
+  void ApplyPostedAlpha(HWND overlay);
   static bool RegisterOverlayClass();
   static LRESULT CALLBACK OverlayProc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam);
 
@@ -84,6 +89,9 @@ class FadeOverlay {
   std::int32_t fade_duration_ms_ = 0;
   Callback fade_callback_;
   HWND overlay_hwnd_ = nullptr;
+  // Thread that owns the overlay window, and whether an alpha message is on its way to it.
+  DWORD overlay_thread_ = 0;
+  bool alpha_posted_ = false;
   std::uint8_t overlay_alpha_ = 0;
 };
 

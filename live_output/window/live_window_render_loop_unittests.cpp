@@ -235,7 +235,75 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   g_fault_reached = nullptr;
 }
 
-TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenTheLoopIsStopped) {
+HRESULT HungDevice(HRESULT) { return DXGI_ERROR_DEVICE_HUNG; }
+
+TEST(RenderLoopFaultTest, CrashOnARemovedDeviceLogsItsReasonAndOnlyAStopAllowsARestart) {
+  g_fault_reached = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ASSERT_NE(g_fault_reached, nullptr);
+  NativeLiveWindow window;
+  ASSERT_TRUE(Show(window, {Display("Hung device", 120, 120, 160, 90)}));
+  window.SetRemovedReasonFilterForTesting(&HungDevice);
+  const std::size_t mark = LogText().size();
+  window.SetFrameHookForTesting(&FaultingFrame);
+  ASSERT_TRUE(PumpUntil([] { return WaitForSingleObject(g_fault_reached, 0) == WAIT_OBJECT_0; },
+                        g_fault_reached));
+  window.SetFrameHookForTesting(nullptr);
+  // Crashed but not stopped: a restart does nothing (and does not replace the unjoined thread).
+  window.RestartRenderLoop();
+  EXPECT_TRUE(window.render_loop_running());
+  window.StopRenderLoop();
+  const std::string log = LogText().substr(mark);
+  EXPECT_EQ(CountOf(log, "ERROR [RENDER] D3D11 device removed reason on Hung device: "
+                         "DXGI_ERROR_DEVICE_HUNG - GPU took too long to execute commands (0x887A0006)"),
+            1u)
+      << log;
+  EXPECT_EQ(CountOf(log, "Render loop restarted"), 0u) << log;
+  window.Close();
+  CloseHandle(g_fault_reached);
+  g_fault_reached = nullptr;
+}
+
+// Frames that reached the content (the frame hook runs only there).
+std::atomic<int> g_content_frames{0};
+void CountContentFrame() { g_content_frames.fetch_add(1); }
+
+TEST(RenderLoopTest, BlankedWindowStillDrawsItsContentUnderARunningFade) {
+  auto clock = std::make_shared<ManualClock>();
+  NativeLiveWindow window(clock);
+  ASSERT_TRUE(Show(window, {Display("Blank and fade", 120, 120, 160, 90)}));
+  ASSERT_TRUE(window.ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0xFF), 8, 8, 2));
+  window.SetFrameHookForTesting(&CountContentFrame);
+  auto content_frames_over = [&window](std::uint64_t presents) {
+    const int before = g_content_frames.load();
+    EXPECT_TRUE(WaitForPresents(window, presents));
+    return g_content_frames.load() - before;
+  };
+  window.Blank();
+  content_frames_over(2);
+  EXPECT_EQ(content_frames_over(3), 0) << "blanked without a fade draws black";
+  // Fading while blanked: the content is drawn under the overlay, so that it is there when the
+  // fade uncovers it.
+  clock->SetFadeTimeMs(0);
+  window.FadeFromBlack(1000, nullptr);
+  EXPECT_GE(content_frames_over(3), 2);
+  window.Unblank();
+  clock->SetFadeTimeMs(1000);
+  EXPECT_GE(content_frames_over(3), 2);
+  window.SetFrameHookForTesting(nullptr);
+  window.Close();
+}
+
+// Presents made on the test's own (the platform) thread.
+DWORD g_platform_thread = 0;
+std::atomic<int> g_platform_presents{0};
+HRESULT CountPlatformPresents(HRESULT presented) {
+  if (GetCurrentThreadId() == g_platform_thread) {
+    g_platform_presents.fetch_add(1);
+  }
+  return presented;
+}
+
+TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenStoppedAndHandsTheFrameToAStartedLoop) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Black now", 120, 120, 160, 90)}));
   const std::vector<std::uint8_t> pixels(8 * 8 * 4, 0xFF);
@@ -244,10 +312,21 @@ TEST(RenderLoopTest, PresentBlackNowPresentsAtOnceWhenTheLoopIsStopped) {
   const std::uint64_t before = window.present_count();
   window.PresentBlackNow();
   EXPECT_EQ(window.present_count(), before + 1);
-  // While the loop runs, its thread presents the black frame.
-  window.RestartRenderLoop();
-  window.PresentBlackNow();
-  EXPECT_TRUE(WaitForPresents(window, 3));
+  EXPECT_EQ(window.black_frame_count(), 1u);
+  // Right after a start the new render thread owns the context, before it has run at all: the
+  // frame is handed to it and presented by it, never from here alongside it.
+  g_platform_thread = GetCurrentThreadId();
+  g_platform_presents.store(0);
+  window.SetPresentFilterForTesting(&CountPlatformPresents);
+  for (std::uint64_t presented = 2; presented <= 4; ++presented) {
+    window.RestartRenderLoop();
+    window.PresentBlackNow();
+    EXPECT_TRUE(PumpUntil([&window, presented] { return window.black_frame_count() == presented; },
+                          window.present_event()));
+    window.StopRenderLoop();
+  }
+  EXPECT_EQ(g_platform_presents.load(), 0);
+  window.SetPresentFilterForTesting(nullptr);
   // Nothing to present on after close.
   window.Close();
   const std::uint64_t closed = window.present_count();

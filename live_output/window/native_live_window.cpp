@@ -21,9 +21,9 @@ constexpr const char* kUnknownDisplay = "unknown display";
 // The timer that hides the cursor again after mouse activity.
 constexpr UINT_PTR kCursorTimerId = 1;
 constexpr UINT kCursorHideDelayMs = 5000;
-constexpr std::uint32_t kHeartbeatIntervalMs = 60000;
 
 std::atomic<bool> g_window_class_registered{false};
+std::atomic<NativeLiveWindow::DeviceCreationFilter> g_device_creation_filter{nullptr};
 
 // A fully transparent cursor, made once and kept for the process.
 HCURSOR InvisibleCursor() {
@@ -50,14 +50,6 @@ void PrintLine(const char* text) {
 bool KeyIsDown(int key) { return (GetKeyState(key) & 0x8000) != 0; }
 
 }  // namespace
-
-// Locals of one run of the render loop, kept in memory so that they survive a fault.
-struct NativeLiveWindow::LoopState {
-  NativeLiveWindow* window;
-  std::uint64_t frames;
-  std::uint32_t start;
-  std::uint32_t last;
-};
 
 NativeLiveWindow::NativeLiveWindow() : NativeLiveWindow(LiveWindowClock::System()) {}
 
@@ -190,15 +182,26 @@ bool NativeLiveWindow::InitD3D() {
   desc.SwapEffect = DXGI_SWAP_EFFECT_FLIP_DISCARD;
   desc.Flags = DXGI_SWAP_CHAIN_FLAG_ALLOW_MODE_SWITCH;
 
-  const HRESULT hr = D3D11CreateDeviceAndSwapChain(
+  HRESULT hr = D3D11CreateDeviceAndSwapChain(
       nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0, D3D11_SDK_VERSION, &desc,
       swap_chain_.ReleaseAndGetAddressOf(), d3d_device_.ReleaseAndGetAddressOf(), nullptr,
       d3d_context_.ReleaseAndGetAddressOf());
+  const DeviceCreationFilter filter = g_device_creation_filter.load();
+  if (filter != nullptr) {
+    hr = filter(hr);
+  }
   if (FAILED(hr)) {
     DebugLine(L"Kestrun: Failed to create D3D11 device and swap chain, hr=" +
               std::to_wstring(static_cast<long>(hr)) + L"\n");
     ReleaseD3D();
     return false;
+  }
+
+  // DXGI must not watch the window's messages (Alt+Enter, mode changes): a swap chain that follows
+  // its window's thread could make the render thread's Present wait for that thread.
+  Microsoft::WRL::ComPtr<IDXGIFactory> factory;
+  if (SUCCEEDED(swap_chain_->GetParent(IID_PPV_ARGS(&factory)))) {
+    factory->MakeWindowAssociation(hwnd_, DXGI_MWA_NO_WINDOW_CHANGES | DXGI_MWA_NO_ALT_ENTER);
   }
 
   LogAdapterTopologyOnce();
@@ -222,6 +225,8 @@ bool NativeLiveWindow::InitD3D() {
 
   ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(),
                             static_cast<std::int32_t>(width), static_cast<std::int32_t>(height));
+  target_width_.store(static_cast<std::int32_t>(width));
+  target_height_.store(static_cast<std::int32_t>(height));
 
   DebugLine(L"Kestrun: D3D11 initialized successfully (" + std::to_wstring(width) + L"x" +
             std::to_wstring(height) + L")\n");
@@ -277,6 +282,10 @@ void NativeLiveWindow::SetHudToggleCallback(HudToggleCallback callback) {
   hud_toggle_callback_ = std::move(callback);
 }
 
+void NativeLiveWindow::SetDeviceCreationFilterForTesting(DeviceCreationFilter filter) {
+  g_device_creation_filter.store(filter);
+}
+
 const char* NativeLiveWindow::DisplayName() const {
   return displays_.empty() ? kUnknownDisplay : displays_.front().name.c_str();
 }
@@ -325,6 +334,8 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
 
   if (resized) {
     ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(), width, height);
+    target_width_.store(width);
+    target_height_.store(height);
 
     fade_.Resize(width, height);
     // Web views: once pages are shown, the page is resized here under webview_mutex_.
@@ -335,171 +346,6 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
   if (was_running) {
     RestartRenderLoop();
   }
-}
-
-// ---------------------------------------------------------------------------------------------
-// Render loop
-
-void NativeLiveWindow::StartRenderLoop() {
-  running_.store(true);
-  render_thread_ = std::thread(&NativeLiveWindow::RenderLoop, this);
-}
-
-void NativeLiveWindow::StopRenderLoop() {
-  if (!running_.load()) {
-    return;
-  }
-  running_.store(false);
-  render_thread_.join();
-  render_thread_ = std::thread();
-  Logger::Instance().Info("RENDER", "Render loop stopped (window kept open)");
-}
-
-void NativeLiveWindow::RestartRenderLoop() {
-  if (running_.load() || hwnd_ == nullptr || !d3d_device_) {
-    return;
-  }
-  running_.store(true);
-  device_lost_.store(false);
-  // Assigning over a thread that was never joined ends the process: that would be a lost loop.
-  render_thread_ = std::thread(&NativeLiveWindow::RenderLoop, this);
-  Logger::Instance().Info("RENDER", "Render loop restarted");
-}
-
-void NativeLiveWindow::RenderLoop() {
-  render_thread_active_.store(true);
-  Logger& log = Logger::Instance();
-  log.Info("RENDER", "Render loop started");
-  DebugLine(L"Kestrun: Render loop started\n");
-
-  LoopState state = {};
-  state.window = this;
-  state.start = clock_->TickCountMs();
-  state.last = state.start;
-  state.frames = 0;
-  std::uint32_t exception_code = 0;
-  if (!RenderFaultGuard::Run(&NativeLiveWindow::RunLoopFrames, &state, &exception_code)) {
-    ReportRenderCrash(exception_code);
-  }
-
-  log.Info("RENDER", "Render loop ended after %llu frames",
-           static_cast<unsigned long long>(state.frames));
-  DebugLine(L"Kestrun: Render loop ended\n");
-  render_thread_active_.store(false);
-}
-
-void NativeLiveWindow::RunLoopFrames(void* context) {
-  LoopState* state = static_cast<LoopState*>(context);
-  NativeLiveWindow* window = state->window;
-  while (window->running_.load()) {
-    window->RenderFrame();
-    state->frames += 1;
-    const std::uint32_t now = window->clock_->TickCountMs();
-    if (static_cast<std::uint32_t>(now - state->last) >= kHeartbeatIntervalMs) {
-      const std::uint32_t seconds = static_cast<std::uint32_t>(now - state->start) / 1000;
-      const double fps =
-          seconds != 0 ? static_cast<double>(state->frames) / static_cast<double>(seconds) : 0.0;
-      std::printf("Kestrun Native: Render heartbeat: %llu frames, %lu seconds, %.1f avg FPS\n",
-                  static_cast<unsigned long long>(state->frames),
-                  static_cast<unsigned long>(seconds), fps);
-      std::fflush(stdout);
-      state->last = now;
-    }
-    Sleep(1);
-  }
-}
-
-void NativeLiveWindow::ReportRenderCrash(std::uint32_t exception_code) {
-  const HRESULT reason = d3d_device_ ? d3d_device_->GetDeviceRemovedReason() : S_OK;
-  std::printf("Kestrun Native: CRASH in render loop! Exception code: 0x%08X\n",
-              static_cast<unsigned>(exception_code));
-  std::fflush(stdout);
-  Logger& log = Logger::Instance();
-  log.Error("RENDER", "CRASH in render loop on %s! Exception code: 0x%08X", DisplayName(),
-            static_cast<unsigned>(exception_code));
-  if (reason != S_OK) {
-    log.Error("RENDER", "D3D11 device removed reason on %s: %s (0x%08X)", DisplayName(),
-              DeviceRemovedReasonText(reason), static_cast<unsigned>(reason));
-  }
-  log.Flush();
-}
-
-void NativeLiveWindow::RenderFrame() {
-  if (!d3d_context_ || !swap_chain_ || !render_target_view_) {
-    return;
-  }
-  if (black_frame_requested_.load(std::memory_order_relaxed) &&
-      black_frame_requested_.exchange(false)) {
-    ClearToBlack();
-    Present(0);
-    return;
-  }
-
-  fade_.Step();
-  bool blank = false;
-  bool fading = false;
-  fade_.ReadState(&blank, &fading);
-  if (blank && !fading) {
-    ClearToBlack();
-    Present(1);
-    return;
-  }
-
-  {
-    RenderFaultGuard::ScopedFrameLock lock(image_.mutex());
-    const FrameHook hook = frame_hook_.load(std::memory_order_relaxed);
-    if (hook != nullptr) {
-      hook();
-    }
-    if (content_mode_.load() != kContentImage || !image_.HasImageLocked()) {
-      ClearToBlack();
-    } else {
-      image_.AdvanceAnimationLocked(d3d_context_.Get(), clock_->SteadyNow());
-      RECT client = {};
-      GetClientRect(hwnd_, &client);
-      image_.DrawLocked(d3d_context_.Get(), render_target_view_.Get(),
-                        static_cast<std::int32_t>(client.right - client.left),
-                        static_cast<std::int32_t>(client.bottom - client.top));
-    }
-  }
-  // The image lock is released before presenting.
-  Present(1);
-}
-
-void NativeLiveWindow::ClearToBlack() {
-  const float black[4] = {0.0f, 0.0f, 0.0f, 1.0f};
-  d3d_context_->ClearRenderTargetView(render_target_view_.Get(), black);
-}
-
-bool NativeLiveWindow::Present(UINT sync_interval) {
-  if (!swap_chain_) {
-    return false;
-  }
-  HRESULT hr = swap_chain_->Present(sync_interval, 0);
-  const PresentFilter filter = present_filter_.load(std::memory_order_relaxed);
-  if (filter != nullptr) {
-    hr = filter(hr);
-  }
-
-  bool presented = true;
-  if (FAILED(hr)) {
-    presented = false;
-    Logger& log = Logger::Instance();
-    if (hr != DXGI_ERROR_DEVICE_REMOVED && hr != DXGI_ERROR_DEVICE_RESET) {
-      log.Warning("D3D11", "Present failed on %s with HRESULT=0x%08X", DisplayName(),
-                  static_cast<unsigned>(hr));
-    } else if (!device_lost_.exchange(true)) {
-      // Reported once per run of the loop; later Presents fail quietly.
-      const HRESULT reason = d3d_device_ ? d3d_device_->GetDeviceRemovedReason() : S_OK;
-      log.Error("D3D11", "Device lost during Present on %s! HRESULT=0x%08X, Reason: %s (0x%08X)",
-                DisplayName(), static_cast<unsigned>(hr), DeviceRemovedReasonText(reason),
-                static_cast<unsigned>(reason));
-      log.Flush();
-    }
-  }
-  present_count_.fetch_add(1);
-  present_event_.Signal();
-  return presented;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -610,19 +456,6 @@ void NativeLiveWindow::Blank() {
 void NativeLiveWindow::Unblank() {
   fade_.SetBlank(false);
   // Web views: once pages are shown, a page revealed for the current load is shown again here.
-}
-
-void NativeLiveWindow::PresentBlackNow() {
-  if (!d3d_context_ || !swap_chain_ || !render_target_view_) {
-    return;
-  }
-  if (render_thread_active_.load()) {
-    // The render thread owns the context while it runs: it presents the black frame next.
-    black_frame_requested_.store(true);
-    return;
-  }
-  ClearToBlack();
-  Present(0);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -10,6 +10,16 @@
 // completion callbacks of timed fades, which run on the render thread. Failures are reported by
 // the result or the creation callback and logged; nothing throws to the caller except misuse of a
 // thread or mutex, which raises the standard system error.
+//
+// The render thread never waits for the platform thread. The live window and its fade overlay
+// belong to the platform thread, and that thread joins the render thread (Close, WM_SIZE) without
+// pumping messages, so any render-thread call that waits for the platform thread's message loop
+// would hang both for good. On those windows the render thread therefore only posts: the overlay's
+// alpha and z-order are applied by the overlay's own window procedure on a posted message, and
+// nothing is sent, set or asked synchronously (the drawing size comes from the swap chain's last
+// resize, not from the window). The swap chain is told to leave the window alone (no Alt+Enter,
+// no watching of its messages), so that Present never waits for the window's thread either. Fade
+// completion callbacks run on the render thread under the same rule: they may post, not send.
 
 #ifndef KESTRUN_LIVE_OUTPUT_WINDOW_NATIVE_LIVE_WINDOW_H_
 #define KESTRUN_LIVE_OUTPUT_WINDOW_NATIVE_LIVE_WINDOW_H_
@@ -67,6 +77,10 @@ class NativeLiveWindow {
   using FrameHook = void (*)();
   // Replaces the HRESULT of every Present (the argument is the real one).
   using PresentFilter = HRESULT (*)(HRESULT presented);
+  // Replaces the device-removed reason the loop reports (the argument is the device's own).
+  using RemovedReasonFilter = HRESULT (*)(HRESULT reason);
+  // Replaces the result of creating the device and swap chain, for every window of the process.
+  using DeviceCreationFilter = HRESULT (*)(HRESULT created);
 
   NativeLiveWindow();
   // A window whose render loop, fades and animations read the given clock.
@@ -152,10 +166,16 @@ class NativeLiveWindow {
   HANDLE present_event() const { return present_event_.get(); }
   // Times the animated image's texture was rewritten because its frame changed.
   std::uint64_t texture_update_count() const { return image_.texture_update_count(); }
+  // Black frames that PresentBlackNow asked for and that were presented, by either thread.
+  std::uint64_t black_frame_count() const { return black_frame_count_.load(); }
 
   // Test seams (null removes them). May be changed while the loop runs.
   void SetFrameHookForTesting(FrameHook hook) { frame_hook_.store(hook); }
   void SetPresentFilterForTesting(PresentFilter filter) { present_filter_.store(filter); }
+  void SetRemovedReasonFilterForTesting(RemovedReasonFilter filter) {
+    removed_reason_filter_.store(filter);
+  }
+  static void SetDeviceCreationFilterForTesting(DeviceCreationFilter filter);
 
  private:
   struct LoopState;
@@ -178,11 +198,18 @@ class NativeLiveWindow {
                        std::int32_t height) const;
 
   void StartRenderLoop();
+  // Gives the context to a new render thread and starts it on RenderLoop.
+  void LaunchRenderThread();
   void RenderLoop();
+  // The render thread's last act: presents any black frame still handed to it, then gives the
+  // context back to the platform thread.
+  void ReleaseContext();
   static void RunLoopFrames(void* state);
   void RenderFrame();
   void ClearToBlack();
+  void PresentBlackFrame();
   bool Present(UINT sync_interval);
+  HRESULT DeviceRemovedReason() const;
   void ReportRenderCrash(std::uint32_t exception_code);
   // The first display's name, which labels log lines.
   const char* DisplayName() const;
@@ -203,10 +230,15 @@ class NativeLiveWindow {
   std::atomic<bool> running_{false};
   std::atomic<bool> device_lost_{false};
   std::atomic<std::int32_t> content_mode_{kContentNone};
-  // A black frame asked for by PresentBlackNow while the render thread owns the context.
-  std::atomic<bool> black_frame_requested_{false};
-  // Set while a render thread is inside RenderLoop (running_ stays set after a fault ends it).
-  std::atomic<bool> render_thread_active_{false};
+  // Which thread may use the immediate context. kRenderThreadOwnsContext is set by the platform
+  // thread before it starts a render thread and cleared by that thread as its last act;
+  // kBlackFrameRequested is a black frame PresentBlackNow handed to it meanwhile.
+  static constexpr std::uint32_t kRenderThreadOwnsContext = 1;
+  static constexpr std::uint32_t kBlackFrameRequested = 2;
+  std::atomic<std::uint32_t> render_handoff_{0};
+  // Client size the swap chain was last sized to, which the render thread draws into.
+  std::atomic<std::int32_t> target_width_{0};
+  std::atomic<std::int32_t> target_height_{0};
 
   std::int32_t origin_x_ = 0;
   std::int32_t origin_y_ = 0;
@@ -232,6 +264,8 @@ class NativeLiveWindow {
   UniqueEvent present_event_;
   std::atomic<FrameHook> frame_hook_{nullptr};
   std::atomic<PresentFilter> present_filter_{nullptr};
+  std::atomic<RemovedReasonFilter> removed_reason_filter_{nullptr};
+  std::atomic<std::uint64_t> black_frame_count_{0};
 };
 
 }  // namespace native_live_window

@@ -2,21 +2,15 @@
 
 #include <windows.h>
 
+#include "live_output/log/held_locks.h"
+
 namespace native_live_window {
 namespace {
 
-// Locks held through ScopedFrameLock inside guards of this thread, innermost last.
-constexpr int kMaxFrameLocks = 16;
-
 struct GuardedThreadState {
-  // Number of Run() calls active on this thread.
-  int depth = 0;
   // Set by the exception filter (or the C++ catch) of the innermost guard.
   bool faulted = false;
   std::uint32_t fault_code = 0;
-  RecursiveLock* locks[kMaxFrameLocks] = {};
-  int lock_depths[kMaxFrameLocks] = {};
-  int lock_count = 0;
 };
 
 thread_local GuardedThreadState t_state;
@@ -116,7 +110,7 @@ namespace native_live_window {
 
 bool RenderFaultGuard::Run(Body body, void* context, std::uint32_t* exception_code) {
   GuardedThreadState& state = t_state;
-  const int depth = ++state.depth;
+  const int depth = HeldLocks::EnterGuard();
   state.faulted = false;
   state.fault_code = 0;
 
@@ -127,51 +121,15 @@ bool RenderFaultGuard::Run(Body body, void* context, std::uint32_t* exception_co
   const std::uint32_t code = state.fault_code;
   state.faulted = false;
   state.fault_code = 0;
-  if (faulted) {
-    // The fault skipped the destructors of the body's frame locks: release them here, on the
-    // thread that took them.
-    while (state.lock_count > 0 && state.lock_depths[state.lock_count - 1] >= depth) {
-      --state.lock_count;
-      state.locks[state.lock_count]->unlock();
-      state.locks[state.lock_count] = nullptr;
-    }
-  }
-  --state.depth;
+  // The fault skipped the destructors of the body's scoped locks (the logger's among them, when it
+  // struck inside a log call): they are released here, on the thread that took them.
+  HeldLocks::LeaveGuard(depth, faulted);
   if (exception_code != nullptr) {
     *exception_code = faulted ? code : 0;
   }
   return !faulted;
 }
 
-RenderFaultGuard::ScopedFrameLock::ScopedFrameLock(RecursiveLock& lock)
-    : lock_(lock), registered_(false) {
-  lock_.lock();
-  GuardedThreadState& state = t_state;
-  if (state.depth > 0 && state.lock_count < kMaxFrameLocks) {
-    state.locks[state.lock_count] = &lock_;
-    state.lock_depths[state.lock_count] = state.depth;
-    ++state.lock_count;
-    registered_ = true;
-  }
-}
-
-RenderFaultGuard::ScopedFrameLock::~ScopedFrameLock() {
-  if (registered_) {
-    GuardedThreadState& state = t_state;
-    // Scoped locks end in reverse order, so this lock is the innermost one registered.
-    for (int i = state.lock_count - 1; i >= 0; --i) {
-      if (state.locks[i] == &lock_) {
-        for (int j = i; j + 1 < state.lock_count; ++j) {
-          state.locks[j] = state.locks[j + 1];
-          state.lock_depths[j] = state.lock_depths[j + 1];
-        }
-        --state.lock_count;
-        state.locks[state.lock_count] = nullptr;
-        break;
-      }
-    }
-  }
-  lock_.unlock();
-}
+RenderFaultGuard::ScopedFrameLock::ScopedFrameLock(RecursiveLock& lock) : lock_(lock) {}
 
 }  // namespace native_live_window

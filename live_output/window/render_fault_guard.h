@@ -5,7 +5,8 @@
 // there and Run() reports the exception code instead of letting the process die; a C++ exception
 // that leaves the function is reported the same way, with the code of a C++ exception
 // (0xE06D7363). Destructors of the frames that a fault skips do not run, so locks taken inside the
-// guarded function must be ScopedFrameLock: the guard releases those itself after a fault.
+// guarded function must be ScopedFrameLock (or HeldLocks::Scoped, as the logger's is): the guard
+// releases those itself after a fault, so that recovery leaves no lock of the process held.
 //
 // With Visual C++ the guard is __try/__except; with MinGW-w64 on x86-64 it attaches the C
 // runtime's scope-table handler (__C_specific_handler) to the guarding function's unwind data,
@@ -16,6 +17,7 @@
 
 #include <cstdint>
 
+#include "live_output/log/held_locks.h"
 #include "live_output/window/recursive_lock.h"
 
 namespace native_live_window {
@@ -36,14 +38,12 @@ class RenderFaultGuard {
   class ScopedFrameLock {
    public:
     explicit ScopedFrameLock(RecursiveLock& lock);
-    ~ScopedFrameLock();
 
     ScopedFrameLock(const ScopedFrameLock&) = delete;
     ScopedFrameLock& operator=(const ScopedFrameLock&) = delete;
 
    private:
-    RecursiveLock& lock_;
-    bool registered_;
+    HeldLocks::Scoped<RecursiveLock> lock_;
   };
 };
 
