@@ -1,0 +1,1 @@
+#include "live_output/video/mdk/mdk_player.h"
