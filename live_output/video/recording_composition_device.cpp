@@ -18,11 +18,28 @@ class RecordingTransform;
 
 // Shared by the device and every object it made; guards the whole recorded tree.
 struct RecordingTree {
+  RecordingTree() : change_event(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+  ~RecordingTree() {
+    if (change_event != nullptr) {
+      CloseHandle(change_event);
+    }
+  }
+  RecordingTree(const RecordingTree&) = delete;
+  RecordingTree& operator=(const RecordingTree&) = delete;
+
+  void Changed() const {
+    if (change_event != nullptr) {
+      SetEvent(change_event);
+    }
+  }
+
+  const HANDLE change_event;
   mutable std::mutex mutex;
   std::vector<std::weak_ptr<RecordingTarget>> targets;
   std::vector<CommittedComposition> committed;
   std::uint64_t commits = 0;
   std::atomic<std::uint64_t> presents{0};
+  std::atomic<std::uint64_t> present_calls{0};
   std::atomic<HRESULT> present_result{S_OK};
   std::atomic<bool> effect_groups_fail{false};
   std::atomic<bool> transforms_fail{false};
@@ -265,14 +282,17 @@ HRESULT RecordingSwapChain::GetBackBuffer(ComPtr<ID3D11Texture2D>* buffer) {
 }
 
 HRESULT RecordingSwapChain::Present(UINT /*sync_interval*/, UINT /*flags*/) {
+  tree_->present_calls.fetch_add(1);
   const HRESULT result = tree_->present_result.load();
   if (FAILED(result)) {
+    tree_->Changed();
     return result;
   }
   back_.store(1 - back_.load());
   presents_.fetch_add(1);
   tree_->presents.fetch_add(1);
   tree_->presenting_thread.store(GetCurrentThreadId());
+  tree_->Changed();
   return S_OK;
 }
 
@@ -372,6 +392,7 @@ HRESULT RecordingCompositionDevice::Commit() {
     }
     tree_->commits += 1;
   }
+  tree_->Changed();
   if (!image_folder_.empty() && GetCurrentThreadId() == tree_->presenting_thread.load()) {
     const auto now = std::chrono::steady_clock::now();
     if (now - last_images_ >= std::chrono::milliseconds(200)) {
@@ -415,6 +436,12 @@ std::uint64_t RecordingCompositionDevice::commit_count() const {
 }
 
 std::uint64_t RecordingCompositionDevice::present_count() const { return tree_->presents.load(); }
+
+HANDLE RecordingCompositionDevice::change_event() const { return tree_->change_event; }
+
+std::uint64_t RecordingCompositionDevice::present_calls() const {
+  return tree_->present_calls.load();
+}
 
 void RecordingCompositionDevice::SetPresentResult(HRESULT result) {
   tree_->present_result.store(result);

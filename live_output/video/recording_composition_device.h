@@ -92,6 +92,11 @@ class RecordingCompositionDevice : public CompositionDevice {
   CommittedComposition CommittedFor(HWND hwnd) const;
   std::uint64_t commit_count() const;
   std::uint64_t present_count() const;
+  // Present calls, including those answered with a failure.
+  std::uint64_t present_calls() const;
+
+  // An auto-reset event set by every Present call and every commit, for waiting on the loop.
+  HANDLE change_event() const;
 
   // Every Present answers `result` instead of presenting (S_OK: present normally).
   void SetPresentResult(HRESULT result);
