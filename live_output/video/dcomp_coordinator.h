@@ -98,6 +98,8 @@ class DCompCoordinator {
 
   // For tests and benchmarks: render loop passes made since the loop started.
   std::uint64_t loop_pass_count() const { return loop_passes_.load(); }
+  // For benchmarks: one render tick on the calling thread, with the render loop stopped.
+  void RenderTickForBenchmark() { RenderTick(); }
 
  private:
   struct DisplayEntry {
