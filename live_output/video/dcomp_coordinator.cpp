@@ -40,7 +40,7 @@ DCompCoordinator::~DCompCoordinator() {
   }
   if (dcomp_device_) {
     Shutdown();
-  } else {
+  } else if (running_.load() || render_thread_.joinable()) {
     StopRenderLoop();
   }
 }
