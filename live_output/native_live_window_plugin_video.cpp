@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "live_output/native_live_window_plugin.h"
-#include "live_output/video/video_topology_specs.h"
+#include "live_output/video/video_topology_description.h"
 
 namespace native_live_window {
 
@@ -58,41 +58,41 @@ std::int32_t LenientInt32(const EncodableMap& map, const char* key) {
 }
 
 DecoderSpec ReadDecoder(const EncodableMap& entry) {
-  DecoderSpec spec;
-  spec.key = std::get<std::string>(*Find(entry, "key"));
-  spec.path = std::get<std::string>(*Find(entry, "path"));
+  DecoderSpec wanted;
+  wanted.key = std::get<std::string>(*Find(entry, "key"));
+  wanted.path = std::get<std::string>(*Find(entry, "path"));
   if (const EncodableValue* fit = Find(entry, "fitMode")) {
-    spec.fit_mode = static_cast<FitMode>(std::get<std::int32_t>(*fit));
+    wanted.fit_mode = static_cast<FitMode>(std::get<std::int32_t>(*fit));
   }
   if (const EncodableValue* loop = Find(entry, "loop")) {
-    spec.loop = std::get<bool>(*loop);
+    wanted.loop = std::get<bool>(*loop);
   }
   if (const EncodableValue* priority = Find(entry, "decoderPriority")) {
     for (const EncodableValue& name : std::get<EncodableList>(*priority)) {
       if (const auto* text = std::get_if<std::string>(&name)) {
-        spec.decoder_priority.push_back(*text);
+        wanted.decoder_priority.push_back(*text);
       }
     }
   }
-  spec.canvas_width = LenientInt32(entry, "canvasWidth");
-  spec.canvas_height = LenientInt32(entry, "canvasHeight");
-  spec.start_position_ms = LenientInteger(entry, "startPositionMs");
-  return spec;
+  wanted.canvas_width = LenientInt32(entry, "canvasWidth");
+  wanted.canvas_height = LenientInt32(entry, "canvasHeight");
+  wanted.start_position_ms = LenientInteger(entry, "startPositionMs");
+  return wanted;
 }
 
 AssignmentSpec ReadAssignment(const EncodableMap& entry) {
-  AssignmentSpec spec;
-  spec.display_id = std::get<std::string>(*Find(entry, "displayId"));
-  spec.decoder_key = std::get<std::string>(*Find(entry, "decoderKey"));
+  AssignmentSpec wanted;
+  wanted.display_id = std::get<std::string>(*Find(entry, "displayId"));
+  wanted.decoder_key = std::get<std::string>(*Find(entry, "decoderKey"));
   const bool all_present = Find(entry, "cropX") != nullptr && Find(entry, "cropY") != nullptr &&
                            Find(entry, "cropWidth") != nullptr &&
                            Find(entry, "cropHeight") != nullptr;
-  spec.crop_x = LenientInt32(entry, "cropX");
-  spec.crop_y = LenientInt32(entry, "cropY");
-  spec.crop_width = LenientInt32(entry, "cropWidth");
-  spec.crop_height = LenientInt32(entry, "cropHeight");
-  spec.has_crop = all_present && spec.crop_width > 0 && spec.crop_height > 0;
-  return spec;
+  wanted.crop_x = LenientInt32(entry, "cropX");
+  wanted.crop_y = LenientInt32(entry, "cropY");
+  wanted.crop_width = LenientInt32(entry, "cropWidth");
+  wanted.crop_height = LenientInt32(entry, "cropHeight");
+  wanted.has_crop = all_present && wanted.crop_width > 0 && wanted.crop_height > 0;
+  return wanted;
 }
 
 // Reads both lists; on a failure answers the call and gives false. Entries that are not maps are
@@ -253,9 +253,8 @@ void NativeLiveWindowPlugin::SeekToAll(const EncodableValue* arguments,
     return;
   }
   const std::int64_t position_ms = Integer(*position);
-  video_topology_.ForEachDecoder([position_ms](VideoDecoder& decoder) {
-    decoder.SeekTo(position_ms);
-  });
+  video_topology_.ForEachDecoder(
+      [position_ms](VideoDecoder& decoder) { decoder.SeekTo(position_ms); });
   ReplyTrue(std::move(result));
 }
 

@@ -1,10 +1,9 @@
 // The video rows of the live output channel against the engine stand-in, the stand-in media
 // library and the recording composition services: argument errors, topology changes, routing,
 // timed opacity replies, and teardown.
-#include <windows.h>
-
 #include <gtest/gtest.h>
 #include <test_flutter_engine.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -76,7 +75,8 @@ EncodableValue Assign(const std::string& display_id, const std::string& key, int
 }
 
 EncodableValue Topology(EncodableList decoders, EncodableList assignments) {
-  return Map({{"decoders", EncodableValue(decoders)}, {"assignments", EncodableValue(assignments)}});
+  return Map(
+      {{"decoders", EncodableValue(decoders)}, {"assignments", EncodableValue(assignments)}});
 }
 
 class VideoRowsTest : public ::testing::Test {
@@ -170,8 +170,8 @@ class VideoRowsTest : public ::testing::Test {
   }
 
   std::int64_t Position(const std::string& display_id) {
-    const Outcome outcome = Call("getPositionForDisplay",
-                                 Map({{"displayId", EncodableValue(display_id)}}));
+    const Outcome outcome =
+        Call("getPositionForDisplay", Map({{"displayId", EncodableValue(display_id)}}));
     const auto* value = std::get_if<std::int64_t>(&outcome.value);
     EXPECT_NE(value, nullptr) << outcome.kind;
     return value != nullptr ? *value : -1;
@@ -212,8 +212,9 @@ TEST_F(VideoRowsTest, ArgumentErrorsAnswerAtOnceAndChangeNothing) {
   const std::vector<ArgumentCase> cases = {
       {"setVideoTopology", Map({}), "Missing 'decoders' argument"},
       {"setVideoTopology", Map({{"decoders", EncodableValue(3)}}), "'decoders' must be a list"},
-      {"setVideoTopology", Map({{"decoders", EncodableValue(EncodableList{decoder_without_path})},
-                                {"assignments", ok_decoders}}),
+      {"setVideoTopology",
+       Map({{"decoders", EncodableValue(EncodableList{decoder_without_path})},
+            {"assignments", ok_decoders}}),
        "Decoder entry missing required field (key/path/canvasWidth/canvasHeight)"},
       {"setVideoTopology", Map({{"decoders", ok_decoders}}), "Missing 'assignments' argument"},
       {"setVideoTopology", Map({{"decoders", ok_decoders}, {"assignments", EncodableValue("x")}}),
@@ -238,9 +239,9 @@ TEST_F(VideoRowsTest, ArgumentErrorsAnswerAtOnceAndChangeNothing) {
       {"setVideoOpacity", Map({{"duration", EncodableValue(5)}}), "Missing 'opacity' argument"},
   };
   std::vector<ArgumentCase> all = cases;
-  for (const char* method : {"setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
-                             "seekToForDisplay", "seekToAll", "setVideoPausedForDisplay",
-                             "setVideoPausedAll", "setVideoOpacity"}) {
+  for (const char* method :
+       {"setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay", "seekToForDisplay",
+        "seekToAll", "setVideoPausedForDisplay", "setVideoPausedAll", "setVideoOpacity"}) {
     all.push_back({method, EncodableValue(), "Expected map argument"});
     all.push_back({method, EncodableValue(EncodableList{}), "Expected map argument"});
   }
@@ -257,12 +258,11 @@ TEST_F(VideoRowsTest, ArgumentErrorsAnswerAtOnceAndChangeNothing) {
 TEST_F(VideoRowsTest, ValuesOfTheWrongKindEndTheProcess) {
   const EncodableValue id = EncodableValue("d");
   const std::vector<std::pair<const char*, EncodableValue>> cases = {
-      {"setVideoTopology",
-       Topology({Map({{"key", EncodableValue(5)},
-                      {"path", EncodableValue("p")},
-                      {"canvasWidth", EncodableValue(16)},
-                      {"canvasHeight", EncodableValue(16)}})},
-                {})},
+      {"setVideoTopology", Topology({Map({{"key", EncodableValue(5)},
+                                          {"path", EncodableValue("p")},
+                                          {"canvasWidth", EncodableValue(16)},
+                                          {"canvasHeight", EncodableValue(16)}})},
+                                    {})},
       {"setVolumeForDisplay", Map({{"displayId", id}, {"volume", EncodableValue(1)}})},
       {"getPositionForDisplay", Map({{"displayId", EncodableValue(7)}})},
       {"seekToForDisplay", Map({{"displayId", id}, {"positionMs", EncodableValue("0")}})},
@@ -307,14 +307,14 @@ TEST_F(VideoRowsTest, SameTopologyTwiceKeepsDecodersAndSeeksThemToTheirStart) {
 
 TEST_F(VideoRowsTest, ChangedPathKeepsTheVideoAndStaleKeysAreRemoved) {
   Show("d", 0);
-  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_), Decoder("b", media_)},
-                                               {Assign("d", "a")})),
+  ExpectTrue(Call("setVideoTopology",
+                  Topology({Decoder("a", media_), Decoder("b", media_)}, {Assign("d", "a")})),
              "first");
   VideoDecoder* a = DecoderOf("a");
   const std::string before = LogText();
-  ExpectTrue(Call("setVideoTopology",
-                  Topology({Decoder("a", media_ + ".other")}, {Assign("d", "a")})),
-             "second");
+  ExpectTrue(
+      Call("setVideoTopology", Topology({Decoder("a", media_ + ".other")}, {Assign("d", "a")})),
+      "second");
   const std::string after = LogText().substr(before.size());
   EXPECT_EQ(DecoderOf("a"), a);
   EXPECT_EQ(DecoderOf("b"), nullptr);
@@ -324,8 +324,8 @@ TEST_F(VideoRowsTest, ChangedPathKeepsTheVideoAndStaleKeysAreRemoved) {
 
 TEST_F(VideoRowsTest, AssignmentWithoutWindowLogsAndStillSucceeds) {
   Show("d", 0);
-  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)},
-                                               {Assign("ghost", "a"), Assign("d", "a", 0, 0)})),
+  ExpectTrue(Call("setVideoTopology",
+                  Topology({Decoder("a", media_)}, {Assign("ghost", "a"), Assign("d", "a", 0, 0)})),
              "topology");
   EXPECT_EQ(CountOf(NewLog(), "SetVideoTopology: window not found for display 'ghost'"), 1u);
   // The crop of width 0 is ignored: the display shows the whole canvas, scaled.
@@ -344,13 +344,12 @@ TEST_F(VideoRowsTest, EmptyTopologyStopsTheLoopAndRoutingThenDoesNothing) {
   EXPECT_EQ(Position("d"), 3000);
   EXPECT_EQ(Position("elsewhere"), 0);
   ExpectTrue(Call("setVideoTopology", Topology({}, {})), "empty");
-  EXPECT_EQ(CountOf(NewLog(), "SetVideoTopology: empty topology, render loop remains stopped"),
-            1u);
+  EXPECT_EQ(CountOf(NewLog(), "SetVideoTopology: empty topology, render loop remains stopped"), 1u);
   EXPECT_FALSE(plugin_->video_topology().coordinator()->IsRenderLoopRunning());
   EXPECT_FALSE(plugin_->video_topology().active());
   EXPECT_EQ(Position("d"), 0);
-  ExpectTrue(Call("setVideoOpacity", Map({{"opacity", EncodableValue(1.0)},
-                                          {"duration", EncodableValue(500)}})),
+  ExpectTrue(Call("setVideoOpacity",
+                  Map({{"opacity", EncodableValue(1.0)}, {"duration", EncodableValue(500)}})),
              "opacity without video");
 }
 
@@ -361,8 +360,9 @@ TEST_F(VideoRowsTest, VideoOpacityWithDurationRepliesAfterTheFade) {
   ExpectTrue(Call("setVideoOpacity", Map({{"opacity", EncodableValue(0.5)}})), "instant");
   EXPECT_EQ(Recording()->Committed().at(0).opacity, 0.5f);
 
-  const int token = Deliver("setVideoOpacity", Map({{"opacity", EncodableValue(0.5)},
-                                                    {"duration", EncodableValue(300)}}));
+  const int token =
+      Deliver("setVideoOpacity",
+              Map({{"opacity", EncodableValue(0.5)}, {"duration", EncodableValue(300)}}));
   PumpPending();
   EXPECT_EQ(ReplyTo(token).replies, 0);
   clock_.Advance(300);
@@ -421,14 +421,14 @@ TEST_F(VideoRowsTest, TwoHundredTopologyChangesLoseNothingAndLeakNothing) {
     if (round % 10 != 9) {
       for (int k = 0; k < 4; ++k) {
         if ((round + k) % 3 != 0) {
-          decoders.push_back(Decoder(keys[k], round % 4 == 0 ? media_ + ".changed" : media_,
-                                     (round * 40) % 5000));
+          decoders.push_back(
+              Decoder(keys[k], round % 4 == 0 ? media_ + ".changed" : media_, (round * 40) % 5000));
         }
       }
       for (int d = 0; d < 3; ++d) {
         const char* key = keys[(round + d) % 4];
         assignments.push_back((round + d) % 2 == 0 ? Assign(displays[d], key)
-                                                    : Assign(displays[d], key, 160 * (d % 2), 160));
+                                                   : Assign(displays[d], key, 160 * (d % 2), 160));
       }
     }
     const Outcome outcome = Call("setVideoTopology", Topology(decoders, assignments));

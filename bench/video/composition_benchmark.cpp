@@ -83,8 +83,8 @@ bool Run(int pipelines, int ticks, ID3D11Device* device, ID3D11DeviceContext* co
         !coordinator.AddDecoderPipeline(key, decoders.back().get(), 640, 360)) {
       return false;
     }
-    windows.push_back(CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 320, 180, nullptr,
-                                      nullptr, GetModuleHandleW(nullptr), nullptr));
+    windows.push_back(CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 320, 180, nullptr, nullptr,
+                                      GetModuleHandleW(nullptr), nullptr));
     const std::string display = "display-" + std::to_string(i);
     coordinator.AddDisplay(windows.back(), display, 320, 180, false);
     coordinator.AssignDisplayToDecoder(display, key);
@@ -141,11 +141,11 @@ int main(int argc, char** argv) {
       status = 1;
       continue;
     }
-    std::printf("  %2d pipelines: %8.1f ns per tick (%6.1f ns per pipeline), %.3f heap "
-                "allocations per tick, %llu presents\n",
-                pipelines, figures.ns_per_tick, figures.ns_per_tick / pipelines,
-                figures.allocations_per_tick,
-                static_cast<unsigned long long>(figures.presents));
+    std::printf(
+        "  %2d pipelines: %8.1f ns per tick (%6.1f ns per pipeline), %.3f heap "
+        "allocations per tick, %llu presents\n",
+        pipelines, figures.ns_per_tick, figures.ns_per_tick / pipelines,
+        figures.allocations_per_tick, static_cast<unsigned long long>(figures.presents));
     if (figures.allocations_per_tick != 0.0 || figures.presents != 0) {
       status = 1;
     }

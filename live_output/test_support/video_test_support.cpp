@@ -14,9 +14,9 @@ D3DDevice CreateDevice() {
 TestWindow::TestWindow(int x, int y, int width, int height) {
   RECT rect = {0, 0, width, height};
   AdjustWindowRectEx(&rect, WS_POPUP, FALSE, 0);
-  hwnd_ = CreateWindowExW(0, L"STATIC", L"video test window", WS_POPUP, x, y,
-                          rect.right - rect.left, rect.bottom - rect.top, nullptr, nullptr,
-                          GetModuleHandleW(nullptr), nullptr);
+  hwnd_ =
+      CreateWindowExW(0, L"STATIC", L"video test window", WS_POPUP, x, y, rect.right - rect.left,
+                      rect.bottom - rect.top, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
 }
 
 TestWindow::~TestWindow() {
@@ -44,7 +44,8 @@ void FillTexture(ID3D11DeviceContext* context, ID3D11Texture2D* texture, int wid
   std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) * height);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      pixels[static_cast<std::size_t>(y) * width + x] = 0xFF000000u | colour_at(x, y, width, height);
+      pixels[static_cast<std::size_t>(y) * width + x] =
+          0xFF000000u | colour_at(x, y, width, height);
     }
   }
   context->UpdateSubresource(texture, 0, nullptr, pixels.data(), static_cast<UINT>(width * 4), 0);

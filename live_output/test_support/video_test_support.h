@@ -4,9 +4,8 @@
 #ifndef KESTRUN_LIVE_OUTPUT_TEST_SUPPORT_VIDEO_TEST_SUPPORT_H_
 #define KESTRUN_LIVE_OUTPUT_TEST_SUPPORT_VIDEO_TEST_SUPPORT_H_
 
-#include <windows.h>
-
 #include <d3d11.h>
+#include <windows.h>
 #include <wrl/client.h>
 
 #include <atomic>

@@ -14,10 +14,9 @@
 #ifndef KESTRUN_LIVE_OUTPUT_VIDEO_COMPOSITION_SERVICES_H_
 #define KESTRUN_LIVE_OUTPUT_VIDEO_COMPOSITION_SERVICES_H_
 
-#include <windows.h>
-
 #include <d3d11.h>
 #include <dxgi1_2.h>
+#include <windows.h>
 #include <wrl/client.h>
 
 #include <functional>

@@ -87,8 +87,8 @@ void DCompCoordinator::ReleaseDisplayLocked(DisplayEntry& display) {
   display.target.reset();
 }
 
-bool DCompCoordinator::AddDisplay(HWND hwnd, const std::string& display_id, int width,
-                                  int height, bool is_primary) {
+bool DCompCoordinator::AddDisplay(HWND hwnd, const std::string& display_id, int width, int height,
+                                  bool is_primary) {
   Logger& log = Logger::Instance();
   if (!dcomp_device_) {
     log.Error(kCategory, "AddDisplay called before Initialize");
@@ -191,8 +191,8 @@ bool DCompCoordinator::AddDecoderPipeline(const std::string& decoder_key, VideoD
     return false;
   }
   if (width < 1 || height < 1) {
-    log.Error(kCategory, "AddDecoderPipeline: invalid canvas size %dx%d (key='%s')", width,
-              height, decoder_key.c_str());
+    log.Error(kCategory, "AddDecoderPipeline: invalid canvas size %dx%d (key='%s')", width, height,
+              decoder_key.c_str());
     return false;
   }
   DecoderPipeline pipeline;
@@ -293,8 +293,8 @@ bool DCompCoordinator::AssignDisplayToDecoder(const std::string& display_id,
   return true;
 }
 
-void DCompCoordinator::SetDisplayCrop(const std::string& display_id, int x, int y,
-                                      int crop_width, int crop_height) {
+void DCompCoordinator::SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width,
+                                      int crop_height) {
   std::lock_guard<RecursiveLock> lock(mutex_);
   const auto display = displays_.find(display_id);
   if (display == displays_.end()) {
@@ -315,8 +315,7 @@ void DCompCoordinator::SetDisplayCrop(const std::string& display_id, int x, int 
     clip.right = static_cast<float>(x + entry.width);
     clip.bottom = static_cast<float>(y + entry.height);
     entry.visual->SetClip(clip);
-    ApplyVisualScaleLocked(entry.visual.get(), crop_width, crop_height, entry.width,
-                           entry.height);
+    ApplyVisualScaleLocked(entry.visual.get(), crop_width, crop_height, entry.width, entry.height);
   }
   // The next commit (render loop or another operation) publishes the crop.
 }

@@ -18,9 +18,8 @@
 #ifndef KESTRUN_LIVE_OUTPUT_VIDEO_DCOMP_COORDINATOR_H_
 #define KESTRUN_LIVE_OUTPUT_VIDEO_DCOMP_COORDINATOR_H_
 
-#include <windows.h>
-
 #include <d3d11.h>
+#include <windows.h>
 
 #include <atomic>
 #include <chrono>
@@ -57,8 +56,7 @@ class DCompCoordinator {
   bool Initialize(ID3D11Device* device, ID3D11DeviceContext* context);
 
   // Makes (or remakes) the composition of the output window `hwnd`.
-  bool AddDisplay(HWND hwnd, const std::string& display_id, int width, int height,
-                  bool is_primary);
+  bool AddDisplay(HWND hwnd, const std::string& display_id, int width, int height, bool is_primary);
   // A composition swap chain of width x height filled from `decoder`. A pipeline of the same
   // key is replaced; displays that showed it must be assigned again.
   bool AddDecoderPipeline(const std::string& decoder_key, VideoDecoder* decoder, int width,
@@ -67,8 +65,7 @@ class DCompCoordinator {
   bool AssignDisplayToDecoder(const std::string& display_id, const std::string& decoder_key);
   // The display shows only crop_width x crop_height of the canvas from (x, y), scaled to the
   // display. Published by the next commit.
-  void SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width,
-                      int crop_height);
+  void SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width, int crop_height);
   void UnassignDisplay(const std::string& display_id);
   // Empty when the display is unknown or shows nothing.
   std::string GetAssignedDecoderKey(const std::string& display_id);

@@ -1,7 +1,6 @@
 // The running half of DCompCoordinator: the render loop and the fades.
 
 #include <windows.h>
-
 #include <wrl/client.h>
 
 #include <algorithm>
@@ -123,8 +122,8 @@ void DCompCoordinator::RenderTick() {
 }
 
 void DCompCoordinator::PresentPipeline(CompositionSwapChain& swap_chain, int canvas_width,
-                                       int canvas_height, ID3D11Texture2D* source,
-                                       int source_width, int source_height) {
+                                       int canvas_height, ID3D11Texture2D* source, int source_width,
+                                       int source_height) {
   {
     ComPtr<ID3D11Texture2D> back_buffer;
     if (FAILED(swap_chain.GetBackBuffer(&back_buffer)) || !back_buffer) {

@@ -115,7 +115,8 @@ INSTANTIATE_TEST_SUITE_P(
     Placements, PlacementTest,
     ::testing::Values(
         PlacementCase{"MirroredSameSize", 1920, 1080, 1920, 1080, 0, 0, 0, 0, false, 1, 1},
-        PlacementCase{"MirroredSmaller", 1920, 1080, 1280, 720, 0, 0, 0, 0, true, 2.0f / 3, 2.0f / 3},
+        PlacementCase{"MirroredSmaller", 1920, 1080, 1280, 720, 0, 0, 0, 0, true, 2.0f / 3,
+                      2.0f / 3},
         PlacementCase{"MirroredAspectNotKept", 1920, 1080, 1024, 768, 0, 0, 0, 0, true,
                       1024.0f / 1920, 768.0f / 1080},
         PlacementCase{"SpannedLeftHalf", 3840, 1080, 1920, 1080, 0, 0, 1920, 1080, false, 1, 1},

@@ -308,8 +308,8 @@ RecordingCompositionDevice::RecordingCompositionDevice(std::string image_folder)
 
 RecordingCompositionDevice::~RecordingCompositionDevice() = default;
 
-HRESULT RecordingCompositionDevice::CreateTargetForHwnd(HWND hwnd, bool /*topmost*/,
-                                                        std::shared_ptr<CompositionTarget>* target) {
+HRESULT RecordingCompositionDevice::CreateTargetForHwnd(
+    HWND hwnd, bool /*topmost*/, std::shared_ptr<CompositionTarget>* target) {
   if (hwnd == nullptr || !IsWindow(hwnd)) {
     return E_INVALIDARG;
   }
@@ -451,7 +451,9 @@ void RecordingCompositionDevice::SetEffectGroupsFail(bool fail) {
   tree_->effect_groups_fail.store(fail);
 }
 
-void RecordingCompositionDevice::SetTransformsFail(bool fail) { tree_->transforms_fail.store(fail); }
+void RecordingCompositionDevice::SetTransformsFail(bool fail) {
+  tree_->transforms_fail.store(fail);
+}
 
 bool RecordingCompositionDevice::ComposeWindow(HWND hwnd, ID3D11DeviceContext* context,
                                                std::vector<std::uint32_t>* pixels, int* width,
@@ -463,8 +465,7 @@ bool RecordingCompositionDevice::ComposeWindow(HWND hwnd, ID3D11DeviceContext* c
   }
   *width = client.right - client.left;
   *height = client.bottom - client.top;
-  pixels->assign(static_cast<std::size_t>(*width) * static_cast<std::size_t>(*height),
-                 0xFF000000u);
+  pixels->assign(static_cast<std::size_t>(*width) * static_cast<std::size_t>(*height), 0xFF000000u);
   std::vector<std::uint32_t> source;
   if (!entry.has_root || !entry.content || !ReadBack(*entry.content, context, &source)) {
     return true;

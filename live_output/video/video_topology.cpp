@@ -29,8 +29,9 @@ VideoTopology::~VideoTopology() { TearDown(); }
 
 void VideoTopology::SetFactories(DecoderFactory decoder_factory,
                                  CoordinatorFactory coordinator_factory) {
-  decoder_factory_ = decoder_factory ? std::move(decoder_factory)
-                                     : DecoderFactory([] { return std::make_unique<VideoDecoder>(); });
+  decoder_factory_ = decoder_factory
+                         ? std::move(decoder_factory)
+                         : DecoderFactory([] { return std::make_unique<VideoDecoder>(); });
   coordinator_factory_ =
       coordinator_factory ? std::move(coordinator_factory)
                           : CoordinatorFactory([] { return std::make_unique<DCompCoordinator>(); });
@@ -44,10 +45,9 @@ bool VideoTopology::EnsureDevice() {
   const D3D_FEATURE_LEVEL level = D3D_FEATURE_LEVEL_11_0;
   Microsoft::WRL::ComPtr<ID3D11Device> device;
   Microsoft::WRL::ComPtr<ID3D11DeviceContext> context;
-  const HRESULT hr =
-      D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
-                        D3D11_CREATE_DEVICE_BGRA_SUPPORT, &level, 1, D3D11_SDK_VERSION, &device,
-                        nullptr, &context);
+  const HRESULT hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
+                                       D3D11_CREATE_DEVICE_BGRA_SUPPORT, &level, 1,
+                                       D3D11_SDK_VERSION, &device, nullptr, &context);
   if (FAILED(hr) || !device || !context) {
     log.Error(kCategory, "Failed to create shared D3D11 device, hr=0x%08X",
               static_cast<unsigned>(FAILED(hr) ? hr : E_FAIL));
@@ -96,24 +96,25 @@ VideoTopology::ApplyResult VideoTopology::Apply(const std::vector<DecoderSpec>& 
     Wire(assignment, windows);
   }
 
-  for (const DecoderSpec* spec : prepared) {
-    const auto it = decoders_.find(spec->key);
+  for (const DecoderSpec* wanted : prepared) {
+    const auto it = decoders_.find(wanted->key);
     if (it == decoders_.end()) {
       continue;
     }
-    if (!it->second->PlayVideo(spec->path, spec->fit_mode, spec->loop, spec->decoder_priority,
-                               spec->canvas_width, spec->canvas_height)) {
+    if (!it->second->PlayVideo(wanted->path, wanted->fit_mode, wanted->loop,
+                               wanted->decoder_priority, wanted->canvas_width,
+                               wanted->canvas_height)) {
       log.Error(kCategory, "SetVideoTopology: PlayVideo failed for '%s' (path=%s)",
-                spec->key.c_str(), spec->path.c_str());
-      coordinator_->RemoveDecoderPipeline(spec->key);
-      EraseDecoder(spec->key);
+                wanted->key.c_str(), wanted->path.c_str());
+      coordinator_->RemoveDecoderPipeline(wanted->key);
+      EraseDecoder(wanted->key);
     }
   }
   // Re-sending a topology restarts kept decoders at their start positions.
-  for (const DecoderSpec& spec : decoders) {
-    const auto it = decoders_.find(spec.key);
+  for (const DecoderSpec& wanted : decoders) {
+    const auto it = decoders_.find(wanted.key);
     if (it != decoders_.end()) {
-      it->second->SeekTo(spec.start_position_ms);
+      it->second->SeekTo(wanted.start_position_ms);
     }
   }
 
@@ -137,10 +138,10 @@ void VideoTopology::EraseDecoder(const std::string& key) {
   decoders_.erase(it);
 }
 
-void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& specs) {
+void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_decoders) {
   std::set<std::string> named;
-  for (const DecoderSpec& spec : specs) {
-    named.insert(spec.key);
+  for (const DecoderSpec& wanted : wanted_decoders) {
+    named.insert(wanted.key);
   }
   for (auto it = decoders_.begin(); it != decoders_.end();) {
     if (named.count(it->first) != 0) {
@@ -156,30 +157,31 @@ void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& specs) {
 }
 
 std::vector<const DecoderSpec*> VideoTopology::PrepareNewDecoders(
-    const std::vector<DecoderSpec>& specs) {
+    const std::vector<DecoderSpec>& wanted_decoders) {
   Logger& log = Logger::Instance();
   std::vector<const DecoderSpec*> prepared;
-  for (const DecoderSpec& spec : specs) {
-    if (decoders_.count(spec.key) != 0) {
+  for (const DecoderSpec& wanted : wanted_decoders) {
+    if (decoders_.count(wanted.key) != 0) {
       continue;  // kept as it runs, even if its path or size changed
     }
     std::unique_ptr<VideoDecoder> decoder = decoder_factory_();
     if (!decoder || !decoder->Initialize(device_.Get(), context_.Get())) {
       log.Error(kCategory, "SetVideoTopology: VideoDecoder::Initialize failed for '%s'",
-                spec.key.c_str());
+                wanted.key.c_str());
       continue;
     }
     VideoDecoder* raw = decoder.get();
-    decoders_[spec.key] = std::move(decoder);
-    if (!coordinator_->AddDecoderPipeline(spec.key, raw, spec.canvas_width, spec.canvas_height)) {
+    decoders_[wanted.key] = std::move(decoder);
+    if (!coordinator_->AddDecoderPipeline(wanted.key, raw, wanted.canvas_width,
+                                          wanted.canvas_height)) {
       log.Error(kCategory, "SetVideoTopology: AddDecoderPipeline failed for '%s'",
-                spec.key.c_str());
-      EraseDecoder(spec.key);
+                wanted.key.c_str());
+      EraseDecoder(wanted.key);
       continue;
     }
-    prepared.push_back(&spec);
+    prepared.push_back(&wanted);
     log.Info(kCategory, "SetVideoTopology: prepared decoder '%s' (%dx%d, path=%s)",
-             spec.key.c_str(), spec.canvas_width, spec.canvas_height, spec.path.c_str());
+             wanted.key.c_str(), wanted.canvas_width, wanted.canvas_height, wanted.path.c_str());
   }
   return prepared;
 }

@@ -24,7 +24,7 @@
 
 #include "live_output/video/dcomp_coordinator.h"
 #include "live_output/video/video_decoder.h"
-#include "live_output/video/video_topology_specs.h"
+#include "live_output/video/video_topology_description.h"
 #include "live_output/window/native_live_window.h"
 
 namespace native_live_window {
@@ -62,15 +62,14 @@ class VideoTopology {
   bool active() const { return active_; }
   // Null until the first successful Apply and after TearDown.
   DCompCoordinator* coordinator() const { return coordinator_.get(); }
-  const std::map<std::string, std::unique_ptr<VideoDecoder>>& decoders() const {
-    return decoders_;
-  }
+  const std::map<std::string, std::unique_ptr<VideoDecoder>>& decoders() const { return decoders_; }
 
  private:
   bool EnsureDevice();
-  void RemoveStaleDecoders(const std::vector<DecoderSpec>& specs);
-  // Adds the decoders whose key is new, in order; answers the specs of those prepared.
-  std::vector<const DecoderSpec*> PrepareNewDecoders(const std::vector<DecoderSpec>& specs);
+  void RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_decoders);
+  // Adds the decoders whose key is new, in order; answers the descriptions of those prepared.
+  std::vector<const DecoderSpec*> PrepareNewDecoders(
+      const std::vector<DecoderSpec>& wanted_decoders);
   void SilenceWindows(const std::vector<AssignmentSpec>& assignments, const Windows& windows);
   void Wire(const AssignmentSpec& assignment, const Windows& windows);
   void EraseDecoder(const std::string& key);

@@ -2,8 +2,8 @@
 // file each, decoded into a canvas of a given size) and the assignments (which display shows
 // which decoder, optionally a crop of its canvas).
 
-#ifndef KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_SPECS_H_
-#define KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_SPECS_H_
+#ifndef KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_DESCRIPTION_H_
+#define KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_DESCRIPTION_H_
 
 #include <cstdint>
 #include <string>
@@ -40,4 +40,4 @@ struct AssignmentSpec {
 
 }  // namespace native_live_window
 
-#endif  // KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_SPECS_H_
+#endif  // KESTRUN_LIVE_OUTPUT_VIDEO_VIDEO_TOPOLOGY_DESCRIPTION_H_
