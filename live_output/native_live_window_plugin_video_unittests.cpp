@@ -288,6 +288,9 @@ TEST_F(VideoRowsTest, SameTopologyTwiceKeepsDecodersAndSeeksThemToTheirStart) {
   ASSERT_NE(DecoderOf("wall"), nullptr);
   VideoDecoder* wall = DecoderOf("wall");
   EXPECT_TRUE(plugin_->video_topology().active());
+  for (const CommittedComposition& window : Recording()->Committed()) {
+    EXPECT_TRUE(window.has_clip);  // each window shows its half of the canvas
+  }
   ExpectTrue(Call("seekToForDisplay", Map({{"displayId", EncodableValue("left")},
                                            {"positionMs", EncodableValue(7000)}})),
              "seek");

@@ -295,29 +295,36 @@ bool DCompCoordinator::AssignDisplayToDecoder(const std::string& display_id,
 
 void DCompCoordinator::SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width,
                                       int crop_height) {
-  std::lock_guard<RecursiveLock> lock(mutex_);
-  const auto display = displays_.find(display_id);
-  if (display == displays_.end()) {
-    return;
+  {
+    std::lock_guard<RecursiveLock> lock(mutex_);
+    const auto display = displays_.find(display_id);
+    if (display == displays_.end()) {
+      return;
+    }
+    DisplayEntry& entry = display->second;
+    entry.crop_x = x;
+    entry.crop_y = y;
+    entry.crop_width = crop_width;
+    entry.crop_height = crop_height;
+    entry.has_crop = true;
+    if (entry.visual) {
+      entry.visual->SetOffsetX(static_cast<float>(-x));
+      entry.visual->SetOffsetY(static_cast<float>(-y));
+      CompositionRect clip;
+      clip.left = static_cast<float>(x);
+      clip.top = static_cast<float>(y);
+      clip.right = static_cast<float>(x + entry.width);
+      clip.bottom = static_cast<float>(y + entry.height);
+      entry.visual->SetClip(clip);
+      ApplyVisualScaleLocked(entry.visual.get(), crop_width, crop_height, entry.width,
+                             entry.height);
+    }
   }
-  DisplayEntry& entry = display->second;
-  entry.crop_x = x;
-  entry.crop_y = y;
-  entry.crop_width = crop_width;
-  entry.crop_height = crop_height;
-  entry.has_crop = true;
-  if (entry.visual) {
-    entry.visual->SetOffsetX(static_cast<float>(-x));
-    entry.visual->SetOffsetY(static_cast<float>(-y));
-    CompositionRect clip;
-    clip.left = static_cast<float>(x);
-    clip.top = static_cast<float>(y);
-    clip.right = static_cast<float>(x + entry.width);
-    clip.bottom = static_cast<float>(y + entry.height);
-    entry.visual->SetClip(clip);
-    ApplyVisualScaleLocked(entry.visual.get(), crop_width, crop_height, entry.width, entry.height);
+  // While the render loop runs, its next commit publishes the crop; otherwise no commit may come
+  // (a video without frames), so publish it now.
+  if (!running_.load()) {
+    CommitLogged();
   }
-  // The next commit (render loop or another operation) publishes the crop.
 }
 
 void DCompCoordinator::UnassignDisplay(const std::string& display_id) {

@@ -64,7 +64,7 @@ class DCompCoordinator {
   // The display shows the pipeline, scaled from the canvas to the display.
   bool AssignDisplayToDecoder(const std::string& display_id, const std::string& decoder_key);
   // The display shows only crop_width x crop_height of the canvas from (x, y), scaled to the
-  // display. Published by the next commit.
+  // display. Published by the render loop's next commit, or at once while the loop is stopped.
   void SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width, int crop_height);
   void UnassignDisplay(const std::string& display_id);
   // Empty when the display is unknown or shows nothing.

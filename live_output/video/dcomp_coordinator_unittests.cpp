@@ -85,7 +85,6 @@ TEST_P(PlacementTest, CommitsScaleOffsetAndClip) {
   ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("display", "video"));
   if (c.crop_width > 0) {
     coordinator_->SetDisplayCrop("display", c.crop_x, c.crop_y, c.crop_width, c.crop_height);
-    coordinator_->SetOpacity(1.0f);  // any commit publishes the crop
   }
   const CommittedComposition committed = recording_->CommittedFor(hwnd);
   ASSERT_TRUE(committed.has_root);
