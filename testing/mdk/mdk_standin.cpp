@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -196,7 +197,8 @@ struct StandinPlayer {
 
   // One frame of media time; caller holds g_mutex.
   void FrameLocked(std::vector<std::function<void()>>* calls) {
-    if (state != MDK_State_Playing || (status & MDK_MediaStatus_Loaded) == 0) return;
+    // A player wedged in its stop delivers nothing more.
+    if (state != MDK_State_Playing || (status & MDK_MediaStatus_Loaded) == 0 || stop_pending) return;
     position += kFrameMediaMs;
     if (position >= info.duration) {
       if (!next_url.empty()) {
@@ -475,7 +477,6 @@ bool SeekWithFlags(mdkPlayer* object, std::int64_t position, MDK_SeekFlag, mdkSe
   switch (mode) {
     case SeekMode::kImmediate:
       self->Post([self, position, cb, has_callback] {
-        std::vector<std::function<void()>> calls;
         {
           std::lock_guard<std::mutex> inner(g_mutex);
           self->position = position;
