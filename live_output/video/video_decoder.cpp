@@ -280,6 +280,7 @@ void VideoDecoder::StepRampLocked(TimePoint now) {
   if (!volume_ramp_active_ || !player_) return;
   const auto elapsed_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(now - ramp_start_);
   float t = static_cast<float>(elapsed_ns.count() / 1000000) / kRampMs;
+  if (t < 0.0f) t = 0.0f;
   if (t >= 1.0f) {
     volume_ramp_active_ = false;
     t = 1.0f;
