@@ -262,9 +262,10 @@ TEST_F(LiveOutputProgramTest, BadArgumentsAreAnsweredWithTheirErrors) {
                            Map({{"displayId", EncodableValue("nobody")},
                                 {"path", EncodableValue(files_->Path("none.png"))}})),
                       "NOT_SHOWING", "Window for display is not showing"));
-  // Web pages and video come later.
+  // Web pages come later.
   EXPECT_EQ(Call("loadWebpageForDisplay", Id("left")).kind, ReplyKind::kNotImplemented);
-  EXPECT_EQ(Call("setVideoOpacity", Id("left")).kind, ReplyKind::kNotImplemented);
+  EXPECT_TRUE(IsError(Call("setVideoOpacity", Id("left")), "INVALID_ARGS",
+                      "Missing 'opacity' argument"));
   // The program is still there and answers.
   EXPECT_TRUE(Succeeded(Call("blankAll")));
 }

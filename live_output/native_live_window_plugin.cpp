@@ -144,11 +144,16 @@ const std::map<std::string, NativeLiveWindowPlugin::Handler>& NativeLiveWindowPl
       {"setCropRectForDisplay", &NativeLiveWindowPlugin::SetCropRectForDisplay},
       {"clearCropRectForDisplay", &NativeLiveWindowPlugin::ClearCropRectForDisplay},
       // Not handled yet, and so answered "not implemented" like any unknown name, until web
-      // pages and video reach the output windows. Their rows join this table:
-      //   pages: "loadWebpageForDisplay", "reloadWebpageForDisplay", "stopWebpageForDisplay";
-      //   video: "setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
-      //          "seekToForDisplay", "seekToAll", "setVideoPausedForDisplay",
-      //          "setVideoPausedAll", "setVideoOpacity".
+      // pages reach the output windows. Their rows join this table:
+      //   pages: "loadWebpageForDisplay", "reloadWebpageForDisplay", "stopWebpageForDisplay".
+      {"setVideoTopology", &NativeLiveWindowPlugin::SetVideoTopology},
+      {"setVolumeForDisplay", &NativeLiveWindowPlugin::SetVolumeForDisplay},
+      {"getPositionForDisplay", &NativeLiveWindowPlugin::GetPositionForDisplay},
+      {"seekToForDisplay", &NativeLiveWindowPlugin::SeekToForDisplay},
+      {"seekToAll", &NativeLiveWindowPlugin::SeekToAll},
+      {"setVideoPausedForDisplay", &NativeLiveWindowPlugin::SetVideoPausedForDisplay},
+      {"setVideoPausedAll", &NativeLiveWindowPlugin::SetVideoPausedAll},
+      {"setVideoOpacity", &NativeLiveWindowPlugin::SetVideoOpacity},
   };
   return handlers;
 }
@@ -159,9 +164,8 @@ NativeLiveWindow* NativeLiveWindowPlugin::FindWindow(const std::string& display_
 }
 
 void NativeLiveWindowPlugin::TearDownVideoTopology() {
-  // The video topology (shared device, composition coordinator, decoders) is torn down here,
-  // before the windows, once video reaches the output windows; it then logs INFO "PLUGIN"
-  // "Video topology torn down during CloseAll". Nothing exists to tear down yet.
+  // Before the windows: the composition targets live on them.
+  video_topology_.TearDown();
 }
 
 void NativeLiveWindowPlugin::ForEachWindow(const std::function<void(NativeLiveWindow&)>& action) {

@@ -22,6 +22,7 @@
 #include "live_output/images/image_decoder.h"
 #include "live_output/window/native_live_window.h"
 #include "live_output/native_live_window_plugin_deferred_replies.h"
+#include "live_output/video/video_topology.h"
 #include "method_call.h"
 #include "method_channel.h"
 #include "method_result.h"
@@ -60,6 +61,7 @@ class NativeLiveWindowPlugin : public flutter::Plugin {
   std::size_t window_count() const { return windows_.size(); }
   const DeferredReplies& deferred_replies() const { return deferred_replies_; }
   const ImageDecoder& image_decoder() const { return image_decoder_; }
+  VideoTopology& video_topology() { return video_topology_; }
 
  private:
   using Handler = void (NativeLiveWindowPlugin::*)(const flutter::EncodableValue* arguments,
@@ -103,6 +105,19 @@ class NativeLiveWindowPlugin : public flutter::Plugin {
   void ClearCropRectForDisplay(const flutter::EncodableValue* arguments,
                                std::unique_ptr<Result> result);
 
+  // Video rows (native_live_window_plugin_video.cpp).
+  void SetVideoTopology(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
+  void SetVolumeForDisplay(const flutter::EncodableValue* arguments,
+                           std::unique_ptr<Result> result);
+  void GetPositionForDisplay(const flutter::EncodableValue* arguments,
+                             std::unique_ptr<Result> result);
+  void SeekToForDisplay(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
+  void SeekToAll(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
+  void SetVideoPausedForDisplay(const flutter::EncodableValue* arguments,
+                                std::unique_ptr<Result> result);
+  void SetVideoPausedAll(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
+  void SetVideoOpacity(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
+
   void FadeForDisplay(bool to_black, const flutter::EncodableValue* arguments,
                       std::unique_ptr<Result> result);
   void FadeAll(bool to_black, const flutter::EncodableValue* arguments,
@@ -119,6 +134,8 @@ class NativeLiveWindowPlugin : public flutter::Plugin {
   // The last still and animated decodes of "loadImageForDisplay".
   ImageDecoder image_decoder_;
   DeferredReplies deferred_replies_;
+  // Shared device, composition coordinator and decoders of "setVideoTopology".
+  VideoTopology video_topology_;
 };
 
 }  // namespace native_live_window

@@ -329,9 +329,7 @@ TEST(LiveWindowPluginRegistrationTest, CEntryRegistersTheChannelAndTheCallbackWi
 TEST_F(LiveWindowPluginTest, UnknownAndNotYetHandledMethodsAreNotImplemented) {
   for (const char* method :
        {"noSuchMethod", "ShowForDisplay", "loadWebpageForDisplay", "reloadWebpageForDisplay",
-        "stopWebpageForDisplay", "setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
-        "seekToForDisplay", "seekToAll", "setVideoPausedForDisplay", "setVideoPausedAll",
-        "setVideoOpacity"}) {
+        "stopWebpageForDisplay"}) {
     const Outcome outcome = Call(method, Id("d1"));
     EXPECT_EQ(outcome.kind, "not implemented") << method;
     EXPECT_EQ(outcome.replies, 1) << method;

@@ -11,11 +11,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace native_live_window {
+#include "live_output/images/fit_mode.h"
 
-// How an image meets the area it is drawn into. Carried on the channel as a 32-bit integer; any
-// other value draws like kStretch.
-enum class FitMode : std::int32_t { kCover = 0, kContain = 1, kStretch = 2 };
+namespace native_live_window {
 
 // A region of a logical canvas in canvas units (the canvas is 1 x 1). Only the canvas's aspect
 // ratio matters; a canvas side below 1 means "no crop".

@@ -43,6 +43,11 @@ class Show:
         port = listener.getsockname()[1]
         env = dict(os.environ)
         env["KESTRUN_HEADLESS_CONTROL"] = "127.0.0.1:%d" % port
+        # Wine has no DirectComposition: the host records its video composition instead and
+        # writes what each output window's composition would show into this folder.
+        self.composition_dir = os.path.join(out_dir, "composition")
+        os.makedirs(self.composition_dir, exist_ok=True)
+        env["KESTRUN_RECORDING_COMPOSITION"] = windows_path(self.composition_dir)
         self.note("starting %s (control port %d)" % (program, port))
         self.process = subprocess.Popen(["wine", program], env=env,
                                         cwd=os.path.dirname(program),
@@ -249,6 +254,61 @@ def live_scene(show, out_dir):
     show.expect(show.invoke(LIVE, "closeAll"), "closeAll")
 
 
+def save_composition(show, name, windows):
+    """Converts the composition images of the output windows at the given screen positions (as
+    the host's recording composition writes them) into <name>-<window>.png beside the
+    screenshots."""
+    time.sleep(1.0)  # the host rewrites the images five times a second while video runs
+    for label, x, y in windows:
+        source = os.path.join(show.composition_dir, "composition-%d-%d.bmp" % (x, y))
+        target = os.path.join(show.out_dir, "%s-%s.png" % (name, label))
+        if not os.path.exists(source):
+            show.failures.append("no composition image for " + label)
+            continue
+        subprocess.run(["convert", source, target], check=True)
+        show.note("composition image " + target)
+
+
+def video_scene(show, out_dir):
+    show.note("scene 3: video spanning two windows, then a fade")
+    video = os.path.join(out_dir, "test-video.mp4")
+    with open(video, "w") as f:
+        f.write("the stand-in media library draws coloured frames for any file that exists\n")
+    windows = [("left", 0, 270), ("right", 960, 270)]
+    for label, x, y in windows:
+        show.expect(show.invoke(LIVE, "showForDisplay", {
+            "displayId": "video-" + label, "name": "video-" + label, "x": x, "y": y,
+            "width": 960, "height": 540, "isPrimary": False}), "showForDisplay video-" + label)
+    # One 1920x540 canvas; each window shows its half.
+    answer = show.invoke(LIVE, "setVideoTopology", {
+        "decoders": [{"key": "wall", "path": windows_path(video), "fitMode": 2, "loop": True,
+                      "canvasWidth": 1920, "canvasHeight": 540, "startPositionMs": 0}],
+        "assignments": [
+            {"displayId": "video-left", "decoderKey": "wall",
+             "cropX": 0, "cropY": 0, "cropWidth": 960, "cropHeight": 540},
+            {"displayId": "video-right", "decoderKey": "wall",
+             "cropX": 960, "cropY": 0, "cropWidth": 960, "cropHeight": 540}]})
+    if answer.get("reply") == "notImplemented":
+        show.note("video is not available in this build; scene skipped")
+        return
+    show.expect(answer, "setVideoTopology")
+    show.expect(show.invoke(LIVE, "setVolumeForDisplay",
+                            {"displayId": "video-left", "volume": 0.8}), "setVolumeForDisplay")
+    # New displays start transparent; the reply comes when the fade-in has ended.
+    show.expect(show.invoke(LIVE, "setVideoOpacity", {"opacity": 1.0, "duration": 400}),
+                "setVideoOpacity fade-in")
+    show.note("Wine cannot show DirectComposition: the windows stay black on screen; the "
+              "composition images beside the screenshot show what each window would show")
+    show.screenshot("07-video-windows")
+    save_composition(show, "07-video-composition", windows)
+    show.expect(show.invoke(LIVE, "getPositionForDisplay", {"displayId": "video-right"}),
+                "getPositionForDisplay")
+    show.expect(show.invoke(LIVE, "setVideoOpacity", {"opacity": 0.0, "duration": 800}),
+                "setVideoOpacity fade-out")
+    save_composition(show, "08-video-composition-after-fade", windows)
+    show.expect(show.invoke(LIVE, "closeAll"), "closeAll after video")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", required=True)
@@ -262,6 +322,7 @@ def main():
     try:
         shell_scene(show)
         live_scene(show, args.out)
+        video_scene(show, args.out)
     finally:
         show.finish()
     if show.failures:

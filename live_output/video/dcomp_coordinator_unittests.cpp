@@ -1,0 +1,401 @@
+// The composition coordinator against the recording composition services: what each display's
+// committed composition holds after assignments and crops, what it shows, and the fades.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "live_output/test_support/live_window_test_support.h"
+#include "live_output/test_support/video_test_support.h"
+#include "live_output/video/dcomp_coordinator.h"
+#include "live_output/video/video_decoder.h"
+#include "testing/mdk/mdk_standin.h"
+
+namespace native_live_window {
+namespace {
+
+using live_window_test::CountOf;
+using live_window_test::LogText;
+using live_window_test::PumpUntil;
+using video_test::ManualSteadyClock;
+using video_test::RecordingFactory;
+using video_test::TestWindow;
+
+class DCompCoordinatorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    LogText();  // the log starts before the first line of the test
+    d3d_ = video_test::CreateDevice();
+    ASSERT_TRUE(d3d_.device);
+    coordinator_ = std::make_unique<DCompCoordinator>(clock_.AsFunction(), factory_.AsFunction());
+    ASSERT_TRUE(coordinator_->Initialize(d3d_.device.Get(), d3d_.context.Get()));
+    recording_ = factory_.last();
+  }
+  void TearDown() override { coordinator_.reset(); }
+
+  // A window of the given size registered as display `id`.
+  HWND AddDisplay(const std::string& id, int width, int height) {
+    windows_.push_back(std::make_unique<TestWindow>(0, 0, width, height));
+    EXPECT_TRUE(coordinator_->AddDisplay(windows_.back()->hwnd(), id, width, height, false));
+    return windows_.back()->hwnd();
+  }
+  void AddPipeline(const std::string& key, int width, int height) {
+    decoders_.push_back(std::make_unique<VideoDecoder>());
+    ASSERT_TRUE(coordinator_->AddDecoderPipeline(key, decoders_.back().get(), width, height));
+  }
+  float Opacity(HWND hwnd) const { return recording_->CommittedFor(hwnd).opacity; }
+  // Waits until the loop has committed opacity `value` on the window.
+  bool WaitForOpacity(HWND hwnd, float value) {
+    return PumpUntil([&] { return Opacity(hwnd) == value; }, recording_->change_event());
+  }
+
+  ManualSteadyClock clock_;
+  RecordingFactory factory_;
+  video_test::D3DDevice d3d_;
+  std::vector<std::unique_ptr<TestWindow>> windows_;
+  std::vector<std::unique_ptr<VideoDecoder>> decoders_;
+  std::unique_ptr<DCompCoordinator> coordinator_;
+  std::shared_ptr<RecordingCompositionDevice> recording_;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Assignment, scale and crop
+
+struct PlacementCase {
+  const char* name;
+  int canvas_width, canvas_height;
+  int display_width, display_height;
+  // Crop width 0: no crop.
+  int crop_x, crop_y, crop_width, crop_height;
+  bool has_transform;
+  float scale_x, scale_y;
+};
+
+class PlacementTest : public DCompCoordinatorTest,
+                      public ::testing::WithParamInterface<PlacementCase> {};
+
+TEST_P(PlacementTest, CommitsScaleOffsetAndClip) {
+  const PlacementCase& c = GetParam();
+  AddPipeline("video", c.canvas_width, c.canvas_height);
+  const HWND hwnd = AddDisplay("display", c.display_width, c.display_height);
+  ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("display", "video"));
+  if (c.crop_width > 0) {
+    coordinator_->SetDisplayCrop("display", c.crop_x, c.crop_y, c.crop_width, c.crop_height);
+  }
+  const CommittedComposition committed = recording_->CommittedFor(hwnd);
+  ASSERT_TRUE(committed.has_root);
+  ASSERT_TRUE(committed.content);
+  EXPECT_EQ(committed.content->width(), static_cast<UINT>(c.canvas_width));
+  ASSERT_EQ(committed.has_transform, c.has_transform);
+  if (c.has_transform) {
+    EXPECT_FLOAT_EQ(committed.transform.m11, c.scale_x);
+    EXPECT_FLOAT_EQ(committed.transform.m22, c.scale_y);
+    EXPECT_EQ(committed.transform.m12, 0.0f);
+    EXPECT_EQ(committed.transform.m21, 0.0f);
+    EXPECT_EQ(committed.transform.dx, 0.0f);
+    EXPECT_EQ(committed.transform.dy, 0.0f);
+  }
+  EXPECT_EQ(committed.has_clip, c.crop_width > 0);
+  if (c.crop_width > 0) {
+    EXPECT_EQ(committed.offset_x, static_cast<float>(-c.crop_x));
+    EXPECT_EQ(committed.offset_y, static_cast<float>(-c.crop_y));
+    EXPECT_EQ(committed.clip.left, static_cast<float>(c.crop_x));
+    EXPECT_EQ(committed.clip.top, static_cast<float>(c.crop_y));
+    EXPECT_EQ(committed.clip.right, static_cast<float>(c.crop_x + c.display_width));
+    EXPECT_EQ(committed.clip.bottom, static_cast<float>(c.crop_y + c.display_height));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Placements, PlacementTest,
+    ::testing::Values(
+        PlacementCase{"MirroredSameSize", 1920, 1080, 1920, 1080, 0, 0, 0, 0, false, 1, 1},
+        PlacementCase{"MirroredSmaller", 1920, 1080, 1280, 720, 0, 0, 0, 0, true, 2.0f / 3,
+                      2.0f / 3},
+        PlacementCase{"MirroredAspectNotKept", 1920, 1080, 1024, 768, 0, 0, 0, 0, true,
+                      1024.0f / 1920, 768.0f / 1080},
+        PlacementCase{"SpannedLeftHalf", 3840, 1080, 1920, 1080, 0, 0, 1920, 1080, false, 1, 1},
+        PlacementCase{"SpannedRightHalf", 3840, 1080, 1920, 1080, 1920, 0, 1920, 1080, false, 1, 1},
+        PlacementCase{"SpannedScaledUp", 1920, 540, 1280, 720, 960, 0, 960, 540, true,
+                      1280.0f / 960, 720.0f / 540}),
+    [](const ::testing::TestParamInfo<PlacementCase>& info) { return info.param.name; });
+
+std::uint32_t LeftRedRightBlue(int x, int, int width, int) {
+  return x < width / 2 ? 0xFF0000u : 0x0000FFu;
+}
+
+TEST_F(DCompCoordinatorTest, SpannedDisplaysEachShowTheirHalfOfThePresentedFrame) {
+  AddPipeline("wall", 320, 90);
+  const HWND left = AddDisplay("left", 320, 180);
+  const HWND right = AddDisplay("right", 320, 180);
+  ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("left", "wall"));
+  ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("right", "wall"));
+  coordinator_->SetDisplayCrop("left", 0, 0, 160, 90);
+  coordinator_->SetDisplayCrop("right", 160, 0, 160, 90);
+  coordinator_->SetOpacity(0.5f);
+
+  const auto chain = recording_->CommittedFor(left).content;
+  ASSERT_TRUE(chain);
+  Microsoft::WRL::ComPtr<ID3D11Texture2D> back;
+  ASSERT_TRUE(SUCCEEDED(chain->GetBackBuffer(&back)));
+  video_test::FillTexture(d3d_.context.Get(), back.Get(), 320, 90, &LeftRedRightBlue);
+  ASSERT_TRUE(SUCCEEDED(chain->Present(1, 0)));
+
+  struct Expectation {
+    HWND hwnd;
+    std::uint32_t colour;
+  };
+  for (const Expectation& e : {Expectation{left, 0xFF800000u}, Expectation{right, 0xFF000080u}}) {
+    std::vector<std::uint32_t> pixels;
+    int width = 0;
+    int height = 0;
+    ASSERT_TRUE(recording_->ComposeWindow(e.hwnd, d3d_.context.Get(), &pixels, &width, &height));
+    ASSERT_EQ(width, 320);
+    ASSERT_EQ(height, 180);
+    for (const int index : {0, 160 * 320 + 100, 320 * 180 - 1}) {
+      EXPECT_EQ(pixels[static_cast<std::size_t>(index)], e.colour) << "pixel " << index;
+    }
+  }
+}
+
+TEST_F(DCompCoordinatorTest, RemovingAPipelineBlanksItsDisplaysAndClearsTheirKeys) {
+  AddPipeline("a", 64, 64);
+  AddPipeline("b", 64, 64);
+  const HWND first = AddDisplay("one", 64, 64);
+  AddDisplay("two", 64, 64);
+  AddDisplay("three", 64, 64);
+  coordinator_->AssignDisplayToDecoder("one", "a");
+  coordinator_->AssignDisplayToDecoder("two", "a");
+  coordinator_->AssignDisplayToDecoder("three", "b");
+  coordinator_->SetDisplayCrop("one", 8, 8, 32, 32);
+  coordinator_->RemoveDecoderPipeline("a");
+  EXPECT_EQ(coordinator_->GetAssignedDecoderKey("one"), "");
+  EXPECT_EQ(coordinator_->GetAssignedDecoderKey("two"), "");
+  EXPECT_EQ(coordinator_->GetAssignedDecoderKey("three"), "b");
+  EXPECT_EQ(coordinator_->GetAssignedDecoderKey("unknown"), "");
+  const CommittedComposition blanked = recording_->CommittedFor(first);
+  EXPECT_FALSE(blanked.content);
+  EXPECT_FALSE(blanked.has_clip);
+  EXPECT_EQ(blanked.offset_x, 0.0f);
+}
+
+TEST_F(DCompCoordinatorTest, RefusesPipelinesItCannotMake) {
+  VideoDecoder decoder;
+  EXPECT_FALSE(coordinator_->AddDecoderPipeline("", &decoder, 64, 64));
+  EXPECT_FALSE(coordinator_->AddDecoderPipeline("k", nullptr, 64, 64));
+  EXPECT_FALSE(coordinator_->AddDecoderPipeline("k", &decoder, 0, 64));
+  EXPECT_NE(LogText().find("AddDecoderPipeline: invalid canvas size 0x64 (key='k')"),
+            std::string::npos);
+  EXPECT_FALSE(coordinator_->AssignDisplayToDecoder("nobody", "k"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Render loop with a playing decoder (the stand-in media library, frames delivered by the test)
+
+class RenderLoopTest : public DCompCoordinatorTest {
+ protected:
+  void SetUp() override {
+    DCompCoordinatorTest::SetUp();
+    MdkStandin_Reset();
+    MdkStandin_SetFrameIntervalMs(0);
+    const std::string media =
+        (std::filesystem::temp_directory_path() / "kestrun-coordinator.mp4").string();
+    std::ofstream(media) << "stand-in media";
+    decoder_ = std::make_unique<VideoDecoder>();
+    ASSERT_TRUE(decoder_->Initialize(d3d_.device.Get(), d3d_.context.Get()));
+    ASSERT_TRUE(decoder_->PlayVideo(media, FitMode::kStretch, true, {}, 320, 90));
+    MdkStandin_Settle();
+    ASSERT_TRUE(coordinator_->AddDecoderPipeline("wall", decoder_.get(), 320, 90));
+  }
+  void TearDown() override {
+    coordinator_->StopRenderLoop();
+    coordinator_.reset();
+    decoder_.reset();
+    MdkStandin_Settle();
+  }
+  // Delivers one frame and waits until the loop has tried to present it.
+  bool RenderOneFrame() {
+    const std::uint64_t calls = recording_->present_calls();
+    MdkStandin_AdvanceFrames(1);
+    return PumpUntil([&] { return recording_->present_calls() > calls; },
+                     recording_->change_event());
+  }
+
+  std::unique_ptr<VideoDecoder> decoder_;
+};
+
+TEST_F(RenderLoopTest, FramesAreCopiedPresentedAndSpanTheDisplays) {
+  const HWND left = AddDisplay("left", 160, 90);
+  const HWND right = AddDisplay("right", 160, 90);
+  coordinator_->AssignDisplayToDecoder("left", "wall");
+  coordinator_->AssignDisplayToDecoder("right", "wall");
+  coordinator_->SetDisplayCrop("left", 0, 0, 160, 90);
+  coordinator_->SetDisplayCrop("right", 160, 0, 160, 90);
+  coordinator_->SetOpacity(1.0f);
+  const std::uint64_t commits = recording_->commit_count();
+  coordinator_->StartRenderLoop();
+  ASSERT_TRUE(RenderOneFrame());
+  coordinator_->StopRenderLoop();  // the context is the test's again
+  EXPECT_EQ(recording_->present_count(), 1u);
+  EXPECT_GT(recording_->commit_count(), commits);
+
+  // The frame's left half has one colour and its right half the inverse.
+  std::uint32_t shown[2] = {};
+  int index = 0;
+  for (const HWND hwnd : {left, right}) {
+    std::vector<std::uint32_t> pixels;
+    int width = 0;
+    int height = 0;
+    ASSERT_TRUE(recording_->ComposeWindow(hwnd, d3d_.context.Get(), &pixels, &width, &height));
+    shown[index] = pixels[45 * 160 + 80] & 0xFFFFFFu;
+    EXPECT_EQ(pixels[0] & 0xFFFFFFu, shown[index]);
+    EXPECT_EQ(pixels[159] & 0xFFFFFFu, shown[index]);
+    ++index;
+  }
+  EXPECT_EQ(shown[0] ^ shown[1], 0xFFFFFFu);
+}
+
+TEST_F(RenderLoopTest, DeviceLossIsLoggedOncePerLoopStartNamingTheDisplays) {
+  AddDisplay("b-second", 160, 90);
+  AddDisplay("a-first", 160, 90);
+  coordinator_->AssignDisplayToDecoder("a-first", "wall");
+  recording_->SetPresentResult(DXGI_ERROR_DEVICE_REMOVED);
+  const std::string line =
+      "Device lost during pipeline Present (displays=[a-first,b-second])! HRESULT=0x887A0005";
+  const std::size_t before = CountOf(LogText(), line);
+  for (int start = 1; start <= 2; ++start) {
+    coordinator_->StartRenderLoop();
+    ASSERT_TRUE(RenderOneFrame());
+    ASSERT_TRUE(RenderOneFrame());
+    coordinator_->StopRenderLoop();
+    EXPECT_EQ(CountOf(LogText(), line), before + start);
+  }
+  EXPECT_EQ(recording_->present_count(), 0u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Fades
+
+TEST_F(DCompCoordinatorTest, FadeInStartsFromBlackAndRepliesAfterItEnds) {
+  const HWND hwnd = AddDisplay("d", 64, 64);
+  coordinator_->SetOpacity(1.0f);
+  coordinator_->StartRenderLoop();
+  std::atomic<int> completions{0};
+  const HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  coordinator_->FadeIn(300, [&completions, done] {
+    completions.fetch_add(1);
+    SetEvent(done);
+  });
+  EXPECT_EQ(Opacity(hwnd), 0.0f);
+  clock_.Advance(150);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 0.5f));
+  EXPECT_EQ(completions.load(), 0);
+  clock_.Advance(200);
+  ASSERT_TRUE(PumpUntil([&] { return completions.load() == 1; }, done));
+  CloseHandle(done);
+  EXPECT_EQ(Opacity(hwnd), 1.0f);
+  coordinator_->StopRenderLoop();
+  EXPECT_EQ(completions.load(), 1);
+}
+
+TEST_F(DCompCoordinatorTest, FadeOutDuringFadeInCompletesTheFirstOneFirst) {
+  const HWND hwnd = AddDisplay("d", 64, 64);
+  coordinator_->StartRenderLoop();
+  std::vector<std::string> order;
+  std::mutex order_mutex;
+  const HANDLE done = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  auto note = [&order, &order_mutex, done](const char* what) {
+    return [&order, &order_mutex, done, what] {
+      std::lock_guard<std::mutex> lock(order_mutex);
+      order.push_back(what);
+      SetEvent(done);
+    };
+  };
+  const std::size_t cancelled_before = CountOf(LogText(), "Fade cancelled");
+  coordinator_->FadeIn(500, note("in"));
+  coordinator_->FadeOut(500, note("out"));
+  {
+    std::lock_guard<std::mutex> lock(order_mutex);
+    EXPECT_EQ(order, std::vector<std::string>{"in"});
+  }
+  EXPECT_EQ(CountOf(LogText(), "Fade cancelled"), cancelled_before + 1);
+  clock_.Advance(600);
+  ASSERT_TRUE(PumpUntil(
+      [&] {
+        std::lock_guard<std::mutex> lock(order_mutex);
+        return order.size() == 2;
+      },
+      done));
+  CloseHandle(done);
+  EXPECT_EQ(order, (std::vector<std::string>{"in", "out"}));
+  EXPECT_EQ(Opacity(hwnd), 0.0f);
+}
+
+// Instant paths: a duration below 1, or a display without an effect group, answers at once. An
+// instant fade-in leaves a running fade alone; an instant fade-out cancels it.
+struct InstantCase {
+  const char* name;
+  bool effect_groups_fail;
+  bool running_fade_in;  // a 1000 ms fade-out runs first when false, a fade-in when true
+  bool fade_out;
+  int duration_ms;
+  float opacity;
+  bool running_fade_completed;
+};
+
+class InstantFadeTest : public DCompCoordinatorTest,
+                        public ::testing::WithParamInterface<InstantCase> {};
+
+TEST_P(InstantFadeTest, AnswersAtOnce) {
+  const InstantCase& c = GetParam();
+  HWND probe = AddDisplay("with-group", 32, 32);
+  recording_->SetEffectGroupsFail(c.effect_groups_fail);
+  AddDisplay("maybe-without", 32, 32);
+  int running_completions = 0;
+  if (!c.effect_groups_fail) {
+    if (c.running_fade_in) {
+      coordinator_->FadeIn(1000, [&running_completions] { ++running_completions; });
+    } else {
+      coordinator_->FadeOut(1000, [&running_completions] { ++running_completions; });
+    }
+  }
+  int completions = 0;
+  if (c.fade_out) {
+    coordinator_->FadeOut(c.duration_ms, [&completions] { ++completions; });
+  } else {
+    coordinator_->FadeIn(c.duration_ms, [&completions] { ++completions; });
+  }
+  EXPECT_EQ(completions, 1);
+  EXPECT_EQ(Opacity(probe), c.opacity);
+  EXPECT_EQ(running_completions, c.running_fade_completed ? 1 : 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fades, InstantFadeTest,
+    ::testing::Values(
+        InstantCase{"ZeroFadeInLeavesRunningFadeOut", false, false, false, 0, 1.0f, false},
+        InstantCase{"ZeroFadeOutCancelsRunningFadeIn", false, true, true, 0, 0.0f, true},
+        InstantCase{"NoEffectGroupFadeOut", true, false, true, 500, 0.0f, false},
+        InstantCase{"NoEffectGroupFadeIn", true, false, false, 500, 1.0f, false}),
+    [](const ::testing::TestParamInfo<InstantCase>& info) { return info.param.name; });
+
+TEST_F(DCompCoordinatorTest, ShutdownCancelsAFadeAndEmptiesEveryWindow) {
+  const HWND hwnd = AddDisplay("d", 32, 32);
+  AddPipeline("v", 32, 32);
+  coordinator_->AssignDisplayToDecoder("d", "v");
+  coordinator_->StartRenderLoop();
+  int completions = 0;
+  coordinator_->FadeIn(1000, [&completions] { ++completions; });
+  coordinator_->Shutdown();
+  EXPECT_EQ(completions, 1);
+  EXPECT_FALSE(coordinator_->IsRenderLoopRunning());
+  EXPECT_TRUE(recording_->Committed().empty());
+  EXPECT_EQ(recording_->CommittedFor(hwnd).hwnd, nullptr);
+}
+
+}  // namespace
+}  // namespace native_live_window
