@@ -34,13 +34,13 @@ const char* StateName(mdk::State state) {
 // The player's aspect-ratio value for a fit mode; false for values without one.
 bool AspectRatioFor(FitMode fit, float* value) {
   switch (fit) {
-    case FitMode::kCover:
+    case FitMode::Cover:
       *value = -FLT_EPSILON;  // keep the ratio, fill and crop
       return true;
-    case FitMode::kContain:
+    case FitMode::Contain:
       *value = FLT_EPSILON;  // keep the ratio, fit inside
       return true;
-    case FitMode::kStretch:
+    case FitMode::Stretch:
       *value = 0.0f;  // ignore the ratio
       return true;
   }
