@@ -177,10 +177,11 @@ bool VideoDecoder::PlayVideo(const std::string& path, FitMode fit, bool loop,
   frame_ready_ = false;
   render_api_set_ = false;
 
-  RegisterCallbacksLocked(loop);
+  RegisterCallbacksLocked();
   player_->SetDecoders(MDK_MediaType_Video, decoders.empty() ? DefaultDecoders() : decoders);
   HandRenderApiToPlayerLocked();
   player_->SetRenderCallback([this](void*) { frame_ready_ = true; });
+  SetUpLoopLocked(loop);
 
   float aspect = 0.0f;
   if (AspectRatioFor(fit, &aspect)) player_->SetAspectRatio(aspect);
@@ -191,7 +192,7 @@ bool VideoDecoder::PlayVideo(const std::string& path, FitMode fit, bool loop,
   return true;
 }
 
-void VideoDecoder::RegisterCallbacksLocked(bool loop) {
+void VideoDecoder::RegisterCallbacksLocked() {
   player_->OnStateChanged(
       [](mdk::State state) { Log().Info(kCategory, "MDK state: %s", StateName(state)); });
 
@@ -215,9 +216,14 @@ void VideoDecoder::RegisterCallbacksLocked(bool loop) {
     }
     return false;
   });
+}
 
+void VideoDecoder::SetUpLoopLocked(bool loop) {
   if (loop) {
     // Gapless looping: each time the current media changes, queue the same file again.
+    // The callback keeps its own copy of the path: it runs on the player's threads, without the
+    // lock, and Stop removes it before the path is cleared.
+    mdk::Player* player = player_.get();
     const std::string path = current_path_;
     player_->OnCurrentMediaChanged([this, player, path] {
       if (path.empty()) return;

@@ -103,7 +103,8 @@ class VideoDecoder {
   bool EnsureRenderTarget(int width, int height);
   void ReleaseRenderTarget();
   void HandRenderApiToPlayerLocked();
-  void RegisterCallbacksLocked(bool loop);
+  void RegisterCallbacksLocked();
+  void SetUpLoopLocked(bool loop);
   void StartRampLocked(float target);
   void StepRampLocked(TimePoint now);
 
