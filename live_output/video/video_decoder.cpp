@@ -258,7 +258,7 @@ bool VideoDecoder::RenderFrame() {
                       static_cast<int>(generation));
       }
       audio_gated_ = false;
-      StartRampLocked(requested_volume_.load());
+      StartRampLocked(requested_volume_.load(), now);
     }
   }
   StepRampLocked(now);
@@ -271,21 +271,21 @@ bool VideoDecoder::RenderFrame() {
   return false;
 }
 
-void VideoDecoder::StartRampLocked(float target) {
+void VideoDecoder::StartRampLocked(float target, TimePoint now) {
   if (applied_volume_ == target) {
     volume_ramp_active_ = false;
     return;
   }
   ramp_from_ = applied_volume_;
   ramp_to_ = target;
-  ramp_start_ = Now();
+  ramp_start_ = now;
   volume_ramp_active_ = true;
 }
 
 void VideoDecoder::StepRampLocked(TimePoint now) {
   if (!volume_ramp_active_ || !player_) return;
   const auto elapsed_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(now - ramp_start_);
-  float t = static_cast<float>(elapsed_ns.count() / 1000000) / kRampMs;
+  float t = static_cast<float>(elapsed_ns.count()) / 1000000.0f / kRampMs;
   if (t < 0.0f) t = 0.0f;
   if (t >= 1.0f) {
     volume_ramp_active_ = false;
@@ -298,7 +298,7 @@ void VideoDecoder::StepRampLocked(TimePoint now) {
 void VideoDecoder::SetVolume(double volume) {
   std::lock_guard<std::mutex> lock(mutex_);
   requested_volume_ = static_cast<float>(volume);
-  if (!audio_gated_) StartRampLocked(requested_volume_.load());
+  if (!audio_gated_) StartRampLocked(requested_volume_.load(), Now());
 }
 
 void VideoDecoder::SetPaused(bool paused) {

@@ -105,7 +105,7 @@ class VideoDecoder {
   void HandRenderApiToPlayerLocked();
   void RegisterCallbacksLocked();
   void SetUpLoopLocked(bool loop);
-  void StartRampLocked(float target);
+  void StartRampLocked(float target, TimePoint now);
   void StepRampLocked(TimePoint now);
 
   Clock clock_;
