@@ -17,7 +17,7 @@ bool IsFinite(float value) { return std::isfinite(value); }
 ImageQuad QuadWithoutCrop(float ia, float wa, std::int32_t fit_mode) {
   ImageQuad quad = FullQuad();
   switch (static_cast<FitMode>(fit_mode)) {
-    case FitMode::kContain:
+    case FitMode::Contain:
       if (ia <= wa) {
         const float half = ia / wa;
         quad.x0 = -half;
@@ -28,7 +28,7 @@ ImageQuad QuadWithoutCrop(float ia, float wa, std::int32_t fit_mode) {
         quad.y1 = -half;
       }
       break;
-    case FitMode::kCover:
+    case FitMode::Cover:
       if (ia <= wa) {
         const float cut = (1.0f - ia / wa) / 2.0f;
         quad.vt = cut;
@@ -39,7 +39,7 @@ ImageQuad QuadWithoutCrop(float ia, float wa, std::int32_t fit_mode) {
         quad.ur = 1.0f - cut;
       }
       break;
-    case FitMode::kStretch:
+    case FitMode::Stretch:
     default:
       break;
   }
@@ -58,7 +58,7 @@ ImageQuad QuadWithCrop(float ia, const CropRect& crop, std::int32_t fit_mode) {
   float px = 0.0f, py = 0.0f, pw = 1.0f, ph = 1.0f;
   float ul = 0.0f, ur = 1.0f, vt = 0.0f, vb = 1.0f;
   switch (static_cast<FitMode>(fit_mode)) {
-    case FitMode::kContain:
+    case FitMode::Contain:
       if (ca < ia) {
         ph = ca / ia;
         py = (1.0f - ca / ia) / 2.0f;
@@ -67,7 +67,7 @@ ImageQuad QuadWithCrop(float ia, const CropRect& crop, std::int32_t fit_mode) {
         px = (1.0f - ia / ca) / 2.0f;
       }
       break;
-    case FitMode::kCover:
+    case FitMode::Cover:
       if (ia <= ca) {
         vt = (1.0f - ia / ca) / 2.0f;
         vb = 1.0f - vt;
@@ -76,7 +76,7 @@ ImageQuad QuadWithCrop(float ia, const CropRect& crop, std::int32_t fit_mode) {
         ur = 1.0f - ul;
       }
       break;
-    case FitMode::kStretch:
+    case FitMode::Stretch:
     default:
       break;
   }

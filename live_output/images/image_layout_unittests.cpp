@@ -11,9 +11,9 @@
 namespace native_live_window {
 namespace {
 
-constexpr std::int32_t kCover = static_cast<std::int32_t>(FitMode::kCover);
-constexpr std::int32_t kContain = static_cast<std::int32_t>(FitMode::kContain);
-constexpr std::int32_t kStretch = static_cast<std::int32_t>(FitMode::kStretch);
+constexpr std::int32_t kCover = static_cast<std::int32_t>(FitMode::Cover);
+constexpr std::int32_t kContain = static_cast<std::int32_t>(FitMode::Contain);
+constexpr std::int32_t kStretch = static_cast<std::int32_t>(FitMode::Stretch);
 constexpr float kTolerance = 1e-5f;
 
 CropRect Crop(float x, float y, float w, float h, std::int32_t canvas_width,

@@ -34,13 +34,13 @@ const char* StateName(mdk::State state) {
 // The player's aspect-ratio value for a fit mode; false for values without one.
 bool AspectRatioFor(FitMode fit, float* value) {
   switch (fit) {
-    case FitMode::kCover:
+    case FitMode::Cover:
       *value = -FLT_EPSILON;  // keep the ratio, fill and crop
       return true;
-    case FitMode::kContain:
+    case FitMode::Contain:
       *value = FLT_EPSILON;  // keep the ratio, fit inside
       return true;
-    case FitMode::kStretch:
+    case FitMode::Stretch:
       *value = 0.0f;  // ignore the ratio
       return true;
   }
@@ -177,10 +177,11 @@ bool VideoDecoder::PlayVideo(const std::string& path, FitMode fit, bool loop,
   frame_ready_ = false;
   render_api_set_ = false;
 
-  RegisterCallbacksLocked(loop);
+  RegisterCallbacksLocked();
   player_->SetDecoders(MDK_MediaType_Video, decoders.empty() ? DefaultDecoders() : decoders);
   HandRenderApiToPlayerLocked();
   player_->SetRenderCallback([this](void*) { frame_ready_ = true; });
+  SetUpLoopLocked(loop);
 
   float aspect = 0.0f;
   if (AspectRatioFor(fit, &aspect)) player_->SetAspectRatio(aspect);
@@ -191,7 +192,7 @@ bool VideoDecoder::PlayVideo(const std::string& path, FitMode fit, bool loop,
   return true;
 }
 
-void VideoDecoder::RegisterCallbacksLocked(bool loop) {
+void VideoDecoder::RegisterCallbacksLocked() {
   player_->OnStateChanged(
       [](mdk::State state) { Log().Info(kCategory, "MDK state: %s", StateName(state)); });
 
@@ -215,9 +216,14 @@ void VideoDecoder::RegisterCallbacksLocked(bool loop) {
     }
     return false;
   });
+}
 
+void VideoDecoder::SetUpLoopLocked(bool loop) {
   if (loop) {
     // Gapless looping: each time the current media changes, queue the same file again.
+    // The callback keeps its own copy of the path: it runs on the player's threads, without the
+    // lock, and Stop removes it before the path is cleared.
+    mdk::Player* player = player_.get();
     const std::string path = current_path_;
     player_->OnCurrentMediaChanged([this, player, path] {
       if (path.empty()) return;
@@ -252,7 +258,7 @@ bool VideoDecoder::RenderFrame() {
                       static_cast<int>(generation));
       }
       audio_gated_ = false;
-      StartRampLocked(requested_volume_.load());
+      StartRampLocked(requested_volume_.load(), now);
     }
   }
   StepRampLocked(now);
@@ -265,21 +271,21 @@ bool VideoDecoder::RenderFrame() {
   return false;
 }
 
-void VideoDecoder::StartRampLocked(float target) {
+void VideoDecoder::StartRampLocked(float target, TimePoint now) {
   if (applied_volume_ == target) {
     volume_ramp_active_ = false;
     return;
   }
   ramp_from_ = applied_volume_;
   ramp_to_ = target;
-  ramp_start_ = Now();
+  ramp_start_ = now;
   volume_ramp_active_ = true;
 }
 
 void VideoDecoder::StepRampLocked(TimePoint now) {
   if (!volume_ramp_active_ || !player_) return;
   const auto elapsed_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(now - ramp_start_);
-  float t = static_cast<float>(elapsed_ns.count() / 1000000) / kRampMs;
+  float t = static_cast<float>(elapsed_ns.count()) / 1000000.0f / kRampMs;
   if (t < 0.0f) t = 0.0f;
   if (t >= 1.0f) {
     volume_ramp_active_ = false;
@@ -292,7 +298,7 @@ void VideoDecoder::StepRampLocked(TimePoint now) {
 void VideoDecoder::SetVolume(double volume) {
   std::lock_guard<std::mutex> lock(mutex_);
   requested_volume_ = static_cast<float>(volume);
-  if (!audio_gated_) StartRampLocked(requested_volume_.load());
+  if (!audio_gated_) StartRampLocked(requested_volume_.load(), Now());
 }
 
 void VideoDecoder::SetPaused(bool paused) {

@@ -103,8 +103,9 @@ class VideoDecoder {
   bool EnsureRenderTarget(int width, int height);
   void ReleaseRenderTarget();
   void HandRenderApiToPlayerLocked();
-  void RegisterCallbacksLocked(bool loop);
-  void StartRampLocked(float target);
+  void RegisterCallbacksLocked();
+  void SetUpLoopLocked(bool loop);
+  void StartRampLocked(float target, TimePoint now);
   void StepRampLocked(TimePoint now);
 
   Clock clock_;
@@ -126,7 +127,7 @@ class VideoDecoder {
   std::string current_path_;
   std::atomic<std::uint64_t> loop_count_{0};
   std::atomic<std::int64_t> duration_ms_{0};
-  FitMode fit_mode_ = FitMode::kCover;
+  FitMode fit_mode_ = FitMode::Cover;
   bool render_api_set_ = false;
   std::shared_ptr<SeekState> seek_state_;
   std::atomic<float> requested_volume_{0.0f};

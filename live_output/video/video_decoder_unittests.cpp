@@ -60,7 +60,7 @@ class VideoDecoderTest : public ::testing::Test {
     std::remove(video_path_.c_str());
   }
 
-  bool Play(FitMode fit = FitMode::kCover, int width = 64, int height = 32,
+  bool Play(FitMode fit = FitMode::Cover, int width = 64, int height = 32,
             const std::vector<std::string>& decoders = {}, bool loop = false) {
     const bool started = decoder_.PlayVideo(video_path_, fit, loop, decoders, width, height);
     MdkStandin_Settle();
@@ -192,11 +192,11 @@ TEST_F(VideoDecoderTest, APlayerThatWillNotStopIsParkedAndDestroyedByALaterStop)
 }
 
 TEST_F(VideoDecoderTest, RenderTargetIsReusedAtTheSameSizeAndDrawnByThePlayer) {
-  ASSERT_TRUE(Play(FitMode::kCover, 64, 32));
+  ASSERT_TRUE(Play(FitMode::Cover, 64, 32));
   ComPtr<ID3D11Texture2D> first = decoder_.GetTexture();
-  ASSERT_TRUE(Play(FitMode::kContain, 64, 32));
+  ASSERT_TRUE(Play(FitMode::Contain, 64, 32));
   EXPECT_EQ(decoder_.GetTexture(), first.Get());
-  ASSERT_TRUE(Play(FitMode::kCover, 48, 24));
+  ASSERT_TRUE(Play(FitMode::Cover, 48, 24));
   EXPECT_NE(decoder_.GetTexture(), first.Get());
   EXPECT_EQ(decoder_.GetWidth(), 48u);
   EXPECT_EQ(decoder_.GetHeight(), 24u);
@@ -246,12 +246,12 @@ TEST_F(VideoDecoderTest, FitModeDecodersAndLoopReachThePlayer) {
 
 TEST_F(VideoDecoderTest, LoadErrorsAndTheChosenDecoderAreLogged) {
   const std::size_t loaded = CountOf(LogText(), "INFO  [VIDEO_DECODER] Loaded (duration: 10000 ms)");
-  ASSERT_TRUE(Play(FitMode::kCover, 64, 32, {"D3D11"}));
+  ASSERT_TRUE(Play(FitMode::Cover, 64, 32, {"D3D11"}));
   EXPECT_EQ(CountOf(LogText(), "INFO  [VIDEO_DECODER] Loaded (duration: 10000 ms)"), loaded + 1);
   EXPECT_EQ(decoder_.GetDurationMs(), 10000);
   EXPECT_NE(LogText().find("INFO  [VIDEO_DECODER] MDK decoder: D3D11"), std::string::npos);
 
-  ASSERT_TRUE(decoder_.PlayVideo("no_such_video.mp4", FitMode::kCover, false, {}, 64, 32));
+  ASSERT_TRUE(decoder_.PlayVideo("no_such_video.mp4", FitMode::Cover, false, {}, 64, 32));
   MdkStandin_Settle();
   const std::string log = LogText();
   EXPECT_NE(log.find("ERROR [VIDEO_DECODER] MDK error: error - cannot open no_such_video.mp4"),
@@ -261,11 +261,11 @@ TEST_F(VideoDecoderTest, LoadErrorsAndTheChosenDecoderAreLogged) {
 
 TEST_F(VideoDecoderTest, MisuseAndAMissingLibraryFailWithAClearError) {
   VideoDecoder missing(nullptr, mdk::Library::Load(L"C:\\no-such-folder\\mdk.dll"));
-  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::kCover, false, {}, 64, 32));
+  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
   EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo called before Initialize"),
             std::string::npos);
   ASSERT_TRUE(missing.Initialize(device_.Get(), context_.Get()));
-  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::kCover, false, {}, 64, 32));
+  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
   EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo failed: the media library is "
                            "unavailable: C:\\no-such-folder\\mdk.dll could not be loaded"),
             std::string::npos);
