@@ -79,7 +79,7 @@ bool Run(int pipelines, int ticks, ID3D11Device* device, ID3D11DeviceContext* co
     const std::string key = "pipeline-with-a-long-name-" + std::to_string(i);
     decoders.push_back(std::make_unique<VideoDecoder>());
     if (!decoders.back()->Initialize(device, context) ||
-        !decoders.back()->PlayVideo(media, FitMode::kCover, true, {}, 640, 360) ||
+        !decoders.back()->PlayVideo(media, FitMode::Cover, true, {}, 640, 360) ||
         !coordinator.AddDecoderPipeline(key, decoders.back().get(), 640, 360)) {
       return false;
     }

@@ -207,7 +207,7 @@ class RenderLoopTest : public DCompCoordinatorTest {
     std::ofstream(media) << "stand-in media";
     decoder_ = std::make_unique<VideoDecoder>();
     ASSERT_TRUE(decoder_->Initialize(d3d_.device.Get(), d3d_.context.Get()));
-    ASSERT_TRUE(decoder_->PlayVideo(media, FitMode::kStretch, true, {}, 320, 90));
+    ASSERT_TRUE(decoder_->PlayVideo(media, FitMode::Stretch, true, {}, 320, 90));
     MdkStandin_Settle();
     ASSERT_TRUE(coordinator_->AddDecoderPipeline("wall", decoder_.get(), 320, 90));
   }

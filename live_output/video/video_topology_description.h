@@ -18,7 +18,7 @@ struct DecoderSpec {
   std::string key;
   // Media file or URL (UTF-8).
   std::string path;
-  FitMode fit_mode = FitMode::kCover;
+  FitMode fit_mode = FitMode::Cover;
   bool loop = true;
   // Decoder names in order of preference; empty means the decoder's defaults.
   std::vector<std::string> decoder_priority;
