@@ -179,21 +179,12 @@ class FlutterWindowTest : public ::testing::Test {
   FlutterDesktopMessengerRef messenger_ = nullptr;
 };
 
-TEST_F(FlutterWindowTest, RegistersThePackagedPluginsInOrderWithTheEnginesRegistrar) {
-  CreateMainWindow();
-  const std::vector<Registration> registrations = Registrations(messenger_);
-  EXPECT_EQ(PluginNames(registrations), kMainWindowPackagedPlugins);
-  for (const Registration& registration : registrations) {
-    EXPECT_EQ(registration.registrar, AsInteger(FlutterTestRegistrarOf(engine_)))
-        << registration.plugin;
-  }
-  EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/native_window"));
-  EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/distribution"));
-  EXPECT_NE(DesktopMultiWindowTestingCallback(), nullptr);
-}
-
 TEST_F(FlutterWindowTest, CloseAndSessionMessagesBecomeEventsThatPluginsNeverSee) {
   CreateMainWindow();
+  for (const Registration& registration : Registrations(messenger_)) {
+    EXPECT_EQ(registration.registrar, AsInteger(FlutterTestRegistrarOf(engine_)));
+  }
+  EXPECT_EQ(PluginNames(Registrations(messenger_)), kMainWindowPackagedPlugins);
   // A plugin's top-level delegate on the same engine: it sees what reaches the engine.
   flutter::PluginRegistrarWindows plugin_registrar(FlutterTestRegistrarOf(engine_));
   std::vector<UINT> seen;
@@ -240,47 +231,13 @@ TEST_F(FlutterWindowTest, DestroyingTheWindowStopsTheEngineAndEndsTheMessageLoop
   EXPECT_TRUE(TakeQuitMessage());
 }
 
-// ---- Secondary engine windows
-// ---------------------------------------------------------------------
-
-const std::vector<std::string> kSecondaryWindowPackagedPlugins = {
-    "DesktopDropPlugin",  "DesktopMultiWindowPlugin",
-    "FvpPluginCApi",      "ScreenRetrieverWindowsPluginCApi",
-    "UrlLauncherWindows", "WebviewWindowsPlugin"};
-
-TEST_F(FlutterWindowTest, WrapperViewControllerHandleIsReadFromItsStart) {
-  EXPECT_EQ(ViewControllerHandleOfWrapper(nullptr), nullptr);
-  flutter::FlutterViewController controller(320, 240, flutter::DartProject(L"data"));
-  ASSERT_NE(controller.engine(), nullptr);
-  FlutterDesktopViewControllerRef handle = ViewControllerHandleOfWrapper(&controller);
-  ASSERT_NE(handle, nullptr);
-  EXPECT_EQ(FlutterDesktopViewControllerGetEngine(handle), FlutterTestLastEngine());
-}
-
+// The multi-window plugin's own windows: the stand-in makes a second engine window with the
+// client wrapper's view controller and hands that to the host's callback, which reads the engine
+// from the wrapper.
 TEST_F(FlutterWindowTest, SecondaryWindowGetsTheReducedPluginSetOnItsOwnEngine) {
+  EXPECT_EQ(ViewControllerHandleOfWrapper(nullptr), nullptr);
   CreateMainWindow();
   const size_t main_records = Registrations(messenger_).size();
-
-  flutter::FlutterViewController secondary(320, 240, flutter::DartProject(L"data"));
-  FlutterDesktopEngineRef secondary_engine = FlutterTestLastEngine();
-  ASSERT_NE(secondary_engine, engine_);
-  FlutterDesktopMessengerRef secondary_messenger =
-      FlutterDesktopEngineGetMessenger(secondary_engine);
-
-  ASSERT_TRUE(DesktopMultiWindowTestingNotifyWindowCreated(&secondary));
-  const std::vector<Registration> registrations = Registrations(secondary_messenger);
-  EXPECT_EQ(PluginNames(registrations), kSecondaryWindowPackagedPlugins);
-  for (const Registration& registration : registrations) {
-    EXPECT_EQ(registration.registrar, AsInteger(FlutterTestRegistrarOf(secondary_engine)));
-  }
-  // Nothing more on the main engine, and none of the main window's channels on the secondary one.
-  EXPECT_EQ(Registrations(messenger_).size(), main_records);
-  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_window"));
-  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/distribution"));
-}
-
-TEST_F(FlutterWindowTest, WindowsTheMultiWindowPluginCreatesAreHandledToo) {
-  CreateMainWindow();
   auto size = std::make_unique<EncodableValue>(
       EncodableMap{{EncodableValue("width"), EncodableValue(400)},
                    {EncodableValue("height"), EncodableValue(300)}});
@@ -291,10 +248,22 @@ TEST_F(FlutterWindowTest, WindowsTheMultiWindowPluginCreatesAreHandledToo) {
 
   FlutterDesktopEngineRef secondary_engine = FlutterTestLastEngine();
   ASSERT_NE(secondary_engine, engine_);
-  std::vector<std::string> expected = kSecondaryWindowPackagedPlugins;
-  expected.push_back("DesktopMultiWindowPlugin");  // the plugin's own registration afterwards
-  EXPECT_EQ(PluginNames(Registrations(FlutterDesktopEngineGetMessenger(secondary_engine))),
-            expected);
+  FlutterDesktopMessengerRef secondary_messenger =
+      FlutterDesktopEngineGetMessenger(secondary_engine);
+  const std::vector<Registration> registrations = Registrations(secondary_messenger);
+  std::vector<std::string> expected = {"DesktopDropPlugin",  "DesktopMultiWindowPlugin",
+                                       "FvpPluginCApi",      "ScreenRetrieverWindowsPluginCApi",
+                                       "UrlLauncherWindows", "WebviewWindowsPlugin",
+                                       // the plugin's own registration afterwards
+                                       "DesktopMultiWindowPlugin"};
+  EXPECT_EQ(PluginNames(registrations), expected);
+  for (const Registration& registration : registrations) {
+    EXPECT_EQ(registration.registrar, AsInteger(FlutterTestRegistrarOf(secondary_engine)));
+  }
+  // Nothing more on the main engine, and none of the main window's channels on the secondary one.
+  EXPECT_EQ(Registrations(messenger_).size(), main_records);
+  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_window"));
+  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/distribution"));
 }
 
 }  // namespace

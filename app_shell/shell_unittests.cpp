@@ -20,58 +20,44 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// ---- DPI scaling -------------------------------------------------------------------------------
+// ---- DPI scaling and command-line arguments ------------------------------------------------------
 
-TEST(ScaleToDpiTest, MainWindowGeometryScalesWithTheMonitor) {
-  const Point origin{10, 10};
-  const Size size{1280, 720};
-
-  const PhysicalBounds at_144 = ScaleToDpi(origin, size, 144);
-  EXPECT_EQ(at_144.x, 15);
-  EXPECT_EQ(at_144.y, 15);
-  EXPECT_EQ(at_144.width, 1920);
-  EXPECT_EQ(at_144.height, 1080);
-
-  const PhysicalBounds at_96 = ScaleToDpi(origin, size, 96);
-  EXPECT_EQ(at_96.x, 10);
-  EXPECT_EQ(at_96.width, 1280);
-  EXPECT_EQ(at_96.height, 720);
+TEST(ScaleToDpiTest, GeometryScalesWithTheMonitorAndFractionsAreTruncated) {
+  const struct {
+    Point origin;
+    Size size;
+    unsigned int dpi;
+    PhysicalBounds expected;
+  } cases[] = {
+      {{10, 10}, {1280, 720}, 96, {10, 10, 1280, 720}},
+      {{10, 10}, {1280, 720}, 144, {15, 15, 1920, 1080}},
+      // 175 %: 10 -> 17.5, 1281 -> 2241.75, 721 -> 1261.75.
+      {{10, 11}, {1281, 721}, 168, {17, 19, 2241, 1261}},
+  };
+  for (const auto& c : cases) {
+    const PhysicalBounds bounds = ScaleToDpi(c.origin, c.size, c.dpi);
+    EXPECT_EQ(bounds.x, c.expected.x) << c.dpi;
+    EXPECT_EQ(bounds.y, c.expected.y) << c.dpi;
+    EXPECT_EQ(bounds.width, c.expected.width) << c.dpi;
+    EXPECT_EQ(bounds.height, c.expected.height) << c.dpi;
+  }
 }
 
-TEST(ScaleToDpiTest, FractionalProductsAreTruncatedNotRounded) {
-  // 175 %: 10 -> 17.5, 1281 -> 2241.75, 721 -> 1261.75.
-  const PhysicalBounds bounds = ScaleToDpi(Point{10, 11}, Size{1281, 721}, 168);
-  EXPECT_EQ(bounds.x, 17);
-  EXPECT_EQ(bounds.y, 19);
-  EXPECT_EQ(bounds.width, 2241);
-  EXPECT_EQ(bounds.height, 1261);
-}
-
-// ---- Command-line arguments --------------------------------------------------------------------
-
-TEST(CommandLineArgumentsTest, ProgramPathAloneGivesNoArguments) {
+TEST(CommandLineArgumentsTest, ArgumentsAfterTheProgramPathAreSplitAndConvertedToUtf8) {
   EXPECT_THAT(ArgumentsFromCommandLine(L"C:\\Kestrun\\kestrun.exe"), IsEmpty());
   EXPECT_THAT(ArgumentsFromCommandLine(L"\"C:\\Program Files\\Kestrun\\kestrun.exe\""), IsEmpty());
-}
-
-TEST(CommandLineArgumentsTest, ArgumentsAreSplitAndConvertedToUtf8) {
   EXPECT_THAT(
       ArgumentsFromCommandLine(L"kestrun.exe --show \"Sunday Service.kst\" caf\u00e9 \U0001F3A4"),
       ElementsAre("--show", "Sunday Service.kst", "caf\xC3\xA9", "\xF0\x9F\x8E\xA4"));
-}
-
-TEST(CommandLineArgumentsTest, UnpairedSurrogateBecomesEmptyStringAtItsPosition) {
+  // Unpaired surrogates (a high one with no low one after it, a lone low one) become empty
+  // strings at their positions.
   std::wstring command_line = L"kestrun.exe first ";
-  command_line += static_cast<wchar_t>(0xD83C);  // high surrogate with no low one after it
+  command_line += static_cast<wchar_t>(0xD83C);
   command_line += L" last ";
-  command_line += static_cast<wchar_t>(0xDC00);  // lone low surrogate
+  command_line += static_cast<wchar_t>(0xDC00);
   EXPECT_THAT(ArgumentsFromCommandLine(command_line.c_str()), ElementsAre("first", "", "last", ""));
-}
-
-TEST(CommandLineArgumentsTest, Utf8ConversionOfEdgeInputs) {
   EXPECT_EQ(Utf8FromUtf16(nullptr), "");
   EXPECT_EQ(Utf8FromUtf16(L""), "");
-  EXPECT_EQ(Utf8FromUtf16(L"a"), "a");
   // The result holds exactly the text: no terminator counted in its length.
   EXPECT_EQ(Utf8FromUtf16(L"\u00e9").size(), 2u);
 }
@@ -91,20 +77,9 @@ TEST(SessionLockTest, LogonUiIsRecognisedByTheFileNameAfterTheLastBackslash) {
   EXPECT_FALSE(IsLogonUiImagePath(L"C:\\Tools\\NotLogonUI.exe"));
 }
 
-// ---- Store check
-// ---------------------------------------------------------------------------------
+// ---- Store check ---------------------------------------------------------------------------------
 
 constexpr wchar_t kPublisher[] = L"CN=3F1C9A72-5D04-4E6B-9A21-7C0E8B4D12F5";
-
-TEST(StoreDistributionTest, PublisherComparisonIgnoresLetterCaseOnly) {
-  EXPECT_TRUE(IsExpectedStorePublisher(kPublisher));
-  EXPECT_TRUE(IsExpectedStorePublisher(L"cn=3f1c9a72-5d04-4e6b-9a21-7c0e8b4d12f5"));
-  EXPECT_FALSE(IsExpectedStorePublisher(L"CN=3F1C9A72-5D04-4E6B-9A21-7C0E8B4D12F6"));
-  EXPECT_FALSE(IsExpectedStorePublisher(L"CN=3F1C9A72-5D04-4E6B-9A21-7C0E8B4D12F5 "));
-  EXPECT_FALSE(IsExpectedStorePublisher(L"CN=Microsoft Corporation"));
-  EXPECT_FALSE(IsExpectedStorePublisher(L""));
-  EXPECT_FALSE(IsExpectedStorePublisher(nullptr));
-}
 
 // A scripted GetCurrentPackageId: the identity it reports, as the system lays it out (the record
 // followed by its strings, in the caller's buffer).
@@ -151,46 +126,40 @@ class StoreCheckTest : public ::testing::Test {
   void SetUp() override { g_package = FakePackage(); }
 };
 
-TEST_F(StoreCheckTest, PackagedRunOfTheExpectedPublisherInAnyCaseIsTheStore) {
-  EXPECT_TRUE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
-  EXPECT_EQ(g_package.calls, 2);  // size query, then the identity
-
-  g_package.publisher = L"cn=3f1c9a72-5d04-4e6b-9a21-7c0e8b4d12f5";
-  EXPECT_TRUE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
-}
-
-TEST_F(StoreCheckTest, EverythingElseIsNotTheStore) {
-  g_package.publisher = L"CN=Someone Else";
-  EXPECT_FALSE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
+TEST_F(StoreCheckTest, OnlyAPackagedRunOfTheExpectedPublisherInAnyLetterCaseIsTheStore) {
+  const struct {
+    const wchar_t* publisher;
+    bool store;
+  } publishers[] = {
+      {kPublisher, true},
+      {L"cn=3f1c9a72-5d04-4e6b-9a21-7c0e8b4d12f5", true},
+      {L"CN=3F1C9A72-5D04-4E6B-9A21-7C0E8B4D12F6", false},
+      {L"CN=3F1C9A72-5D04-4E6B-9A21-7C0E8B4D12F5 ", false},
+      {L"CN=Someone Else", false},
+      {L"", false},
+  };
+  for (const auto& p : publishers) {
+    g_package = FakePackage();
+    g_package.publisher = p.publisher;
+    EXPECT_EQ(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId), p.store);
+    EXPECT_EQ(g_package.calls, 2);  // size query, then the identity
+  }
+  EXPECT_FALSE(IsExpectedStorePublisher(nullptr));
 
   g_package = FakePackage();
   g_package.packaged = false;
   EXPECT_FALSE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
   EXPECT_EQ(g_package.calls, 1);
-
   g_package = FakePackage();
   g_package.fail_second_call = true;
   EXPECT_FALSE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
-
   g_package = FakePackage();
   g_package.null_publisher = true;
   EXPECT_FALSE(IsStorePackageOfExpectedPublisher(&FakeGetCurrentPackageId));
-
   EXPECT_FALSE(IsStorePackageOfExpectedPublisher(nullptr));
 }
 
-TEST_F(StoreCheckTest, ThisUnpackagedTestProgramIsNotTheStore) {
-  EXPECT_FALSE(IsRunningFromStorePackage());
-}
-
 // ---- Clean-exit marker -------------------------------------------------------------------------
-
-TEST(CleanExitMarkerTest, TextIsThePrefixAndTheDecimalTime) {
-  EXPECT_EQ(CleanExitMarkerText(1700000000), "clean_exit:1700000000");
-  EXPECT_EQ(CleanExitMarkerText(0), "clean_exit:0");
-  // Past 2038: the time is a 64-bit value.
-  EXPECT_EQ(CleanExitMarkerText(INT64_C(4102444800)), "clean_exit:4102444800");
-}
 
 // A fresh, empty folder standing in for the roaming application-data folder.
 class MarkerFolderTest : public ::testing::Test {
@@ -235,33 +204,24 @@ class MarkerFolderTest : public ::testing::Test {
   std::wstring root_;
 };
 
-TEST_F(MarkerFolderTest, WithoutTheCompanyFolderNothingIsCreatedOrWritten) {
+TEST_F(MarkerFolderTest, MarkerIsWrittenOverWholeOnlyInsideTheCompanyFolder) {
   WriteCleanExitMarkerIn(root_, 1700000000);
   EXPECT_FALSE(Exists(Company()));
-  EXPECT_FALSE(Exists(Folder()));
   EXPECT_FALSE(Exists(MarkerPath()));
-}
 
-TEST_F(MarkerFolderTest, WithTheCompanyFolderTheProductFolderAndMarkerAreMade) {
   ASSERT_TRUE(CreateDirectoryW(Company().c_str(), nullptr));
-  WriteCleanExitMarkerIn(root_, 1700000000);
-  EXPECT_EQ(ReadMarker(), "clean_exit:1700000000");
-
-  // Overwritten, not appended: a shorter text leaves nothing of the longer one.
-  WriteCleanExitMarkerIn(root_, 5);
-  EXPECT_EQ(ReadMarker(), "clean_exit:5");
-}
-
-TEST_F(MarkerFolderTest, AnOpenReaderDoesNotStopTheWrite) {
-  ASSERT_TRUE(CreateDirectoryW(Company().c_str(), nullptr));
-  WriteCleanExitMarkerIn(root_, 1);
+  // Past 2038: the time is a 64-bit value.
+  WriteCleanExitMarkerIn(root_, INT64_C(4102444800));
+  EXPECT_EQ(ReadMarker(), "clean_exit:4102444800");
+  // Overwritten, not appended, even with a reader open: a shorter text leaves nothing of the
+  // longer one.
   HANDLE reader =
       CreateFileW(MarkerPath().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                   OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(reader, INVALID_HANDLE_VALUE);
-  WriteCleanExitMarkerIn(root_, 22);
+  WriteCleanExitMarkerIn(root_, 5);
   CloseHandle(reader);
-  EXPECT_EQ(ReadMarker(), "clean_exit:22");
+  EXPECT_EQ(ReadMarker(), "clean_exit:5");
 }
 
 }  // namespace

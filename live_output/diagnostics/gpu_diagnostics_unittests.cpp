@@ -7,6 +7,7 @@
 #include <d3d11.h>
 #include <wrl/client.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -20,19 +21,22 @@ using live_window_test::CountOf;
 using live_window_test::LogText;
 
 TEST(GpuDiagnosticsTest, DeviceRemovedReasonsHaveTheirFixedTexts) {
-  EXPECT_STREQ(DeviceRemovedReasonText(S_OK), "S_OK - No error");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0001)),
-               "DXGI_ERROR_INVALID_CALL - Invalid API call");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0005)),
-               "DXGI_ERROR_DEVICE_REMOVED - GPU was physically removed or driver upgrade");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0006)),
-               "DXGI_ERROR_DEVICE_HUNG - GPU took too long to execute commands");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0007)),
-               "DXGI_ERROR_DEVICE_RESET - GPU reset due to badly formed command");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0020)),
-               "DXGI_ERROR_DRIVER_INTERNAL_ERROR - Driver encountered internal error");
-  EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(0x887A0002)), "Unknown error");
-  EXPECT_STREQ(DeviceRemovedReasonText(E_FAIL), "Unknown error");
+  const struct {
+    std::uint32_t reason;
+    const char* text;
+  } cases[] = {
+      {0, "S_OK - No error"},
+      {0x887A0001, "DXGI_ERROR_INVALID_CALL - Invalid API call"},
+      {0x887A0005, "DXGI_ERROR_DEVICE_REMOVED - GPU was physically removed or driver upgrade"},
+      {0x887A0006, "DXGI_ERROR_DEVICE_HUNG - GPU took too long to execute commands"},
+      {0x887A0007, "DXGI_ERROR_DEVICE_RESET - GPU reset due to badly formed command"},
+      {0x887A0020, "DXGI_ERROR_DRIVER_INTERNAL_ERROR - Driver encountered internal error"},
+      {0x887A0002, "Unknown error"},
+      {0x80004005, "Unknown error"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_STREQ(DeviceRemovedReasonText(static_cast<HRESULT>(c.reason)), c.text);
+  }
 }
 
 class AdapterReportTest : public ::testing::Test {
@@ -56,30 +60,6 @@ TEST_F(AdapterReportTest, ReportsTheRenderAdapterAndResolvesTheMonitorsAdapter) 
   // Wine's single adapter drives its single monitor: the output adapter is found and matches.
   EXPECT_EQ(CountOf(log, "[VIDEO] Output adapter for Adapter test display: "), 1u) << log;
   EXPECT_EQ(CountOf(log, "\xE2\x80\x94 matches render adapter"), 1u) << log;
-}
-
-TEST_F(AdapterReportTest, WithoutMonitorOnlyTheRenderAdapterIsReported) {
-  const std::size_t mark = LogText().size();
-  LogAdapterForWindow(device_.Get(), nullptr, nullptr);
-  const std::string log = LogText().substr(mark);
-  EXPECT_EQ(CountOf(log, "Render adapter for (no context): "), 1u) << log;
-  EXPECT_EQ(CountOf(log, "Output adapter for"), 0u) << log;
-}
-
-TEST_F(AdapterReportTest, UnknownMonitorCannotBeResolved) {
-  const std::size_t mark = LogText().size();
-  LogAdapterForWindow(device_.Get(), reinterpret_cast<HMONITOR>(static_cast<std::uintptr_t>(0x7ead)),
-                      "Nowhere");
-  const std::string log = LogText().substr(mark);
-  EXPECT_EQ(CountOf(log, "WARNING [VIDEO] Output adapter for Nowhere: could not resolve via DXGI"),
-            1u)
-      << log;
-}
-
-TEST_F(AdapterReportTest, NullDeviceLogsNothing) {
-  const std::size_t mark = LogText().size();
-  LogAdapterForWindow(nullptr, MonitorFromPoint(POINT{0, 0}, MONITOR_DEFAULTTOPRIMARY), "Null");
-  EXPECT_EQ(LogText().substr(mark), "");
 }
 
 TEST(GpuDiagnosticsTest, TopologySnapshotIsLoggedOncePerProcess) {

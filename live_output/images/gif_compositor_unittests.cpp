@@ -70,43 +70,77 @@ bool Add(GifCompositor* compositor, const std::vector<std::uint8_t>& patch, std:
                               composed);
 }
 
-TEST(GifCompositorTest, CanvasStartsTransparentBlack) {
-  GifCompositor compositor(8, 6);
-  EXPECT_EQ(compositor.canvas_bytes(), 8u * 6u * 4u);
-  ExpectRect(compositor.canvas(), 8, 6, 0, 0, 0, 0, kClear, kClear);
+// One colour inside a rectangle of the canvas, another outside.
+struct Picture {
+  std::uint32_t x0, y0, x1, y1;
+  Bgra inside, outside;
+};
+
+struct Step {
+  std::uint32_t width, height;
+  Bgra colour;
+  std::uint32_t left, top;
+  std::uint8_t disposal;
+  Picture frame;   // the composed frame
+  Picture canvas;  // what the next frame starts from
+};
+
+TEST(GifCompositorTest, FramesAreBuiltOnThePreviousOneAfterItsDisposal) {
+  constexpr Picture kAllBlue{0, 0, 0, 0, kBlue, kBlue};
+  const struct {
+    const char* name;
+    std::uint32_t canvas_width, canvas_height;
+    std::vector<Step> steps;
+  } cases[] = {
+      {"drawn at its offset", 20, 20,
+       {{10, 10, kRed, 5, 5, 0, {5, 5, 15, 15, kRed, kClear}, {5, 5, 15, 15, kRed, kClear}}}},
+      {"on the previous frame", 20, 20,
+       {{20, 20, kBlue, 0, 0, 1, kAllBlue, kAllBlue},
+        {10, 10, kRed, 5, 5, 0, {5, 5, 15, 15, kRed, kBlue}, {5, 5, 15, 15, kRed, kBlue}}}},
+      {"restore to background clears the patch rectangle", 20, 20,
+       {{20, 20, kBlue, 0, 0, 0, kAllBlue, kAllBlue},
+        {10, 10, kRed, 5, 5, 2, {5, 5, 15, 15, kRed, kBlue}, {5, 5, 15, 15, kClear, kBlue}},
+        {1, 1, kClear, 0, 0, 0, {5, 5, 15, 15, kClear, kBlue}, {5, 5, 15, 15, kClear, kBlue}}}},
+      {"restore to previous, twice", 20, 20,
+       {{20, 20, kBlue, 0, 0, 1, kAllBlue, kAllBlue},
+        {10, 10, kRed, 0, 0, 3, {0, 0, 10, 10, kRed, kBlue}, kAllBlue},
+        {5, 5, kGreen, 15, 15, 3, {15, 15, 20, 20, kGreen, kBlue}, kAllBlue}}},
+      {"restore to previous after restore to background", 10, 10,
+       {{10, 10, kBlue, 0, 0, 2, kAllBlue, {0, 0, 0, 0, kClear, kClear}},
+        {4, 4, kRed, 3, 3, 3, {3, 3, 7, 7, kRed, kClear}, {0, 0, 0, 0, kClear, kClear}}}},
+      {"entirely off the canvas", 10, 10,
+       {{10, 10, kBlue, 0, 0, 0, kAllBlue, kAllBlue},
+        {4, 4, kRed, 10, 0, 2, kAllBlue, kAllBlue},
+        {4, 4, kRed, 0, 65535, 3, kAllBlue, kAllBlue},
+        {4, 4, kRed, 0xFFFFFFFFu, 0xFFFFFFFFu, 2, kAllBlue, kAllBlue}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    GifCompositor compositor(c.canvas_width, c.canvas_height);
+    ExpectRect(compositor.canvas(), c.canvas_width, c.canvas_height, 0, 0, 0, 0, kClear, kClear);
+    for (const Step& step : c.steps) {
+      std::vector<std::uint8_t> frame;
+      ASSERT_TRUE(Add(&compositor, Patch(step.width, step.height, step.colour), step.width,
+                      step.height, step.left, step.top, step.disposal, &frame));
+      for (const Picture* picture : {&step.frame, &step.canvas}) {
+        ExpectRect(picture == &step.frame ? frame : compositor.canvas(), c.canvas_width,
+                   c.canvas_height, picture->x0, picture->y0, picture->x1, picture->y1,
+                   picture->inside, picture->outside);
+      }
+    }
+  }
+  // Disposal values other than 2 and 3 keep the patch.
+  for (std::uint8_t disposal : {0, 1, 4, 7, 255}) {
+    GifCompositor compositor(6, 6);
+    std::vector<std::uint8_t> frame;
+    ASSERT_TRUE(Add(&compositor, Patch(2, 2, kGreen), 2, 2, 1, 1, disposal, &frame));
+    ExpectRect(compositor.canvas(), 6, 6, 1, 1, 3, 3, kGreen, kClear);
+  }
 }
 
-TEST(GifCompositorTest, PatchIsDrawnAtItsOffsetOverAClearCanvas) {
-  GifCompositor compositor(20, 20);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kRed), 10, 10, 5, 5, 0, &frame));
-  ExpectRect(frame, 20, 20, 5, 5, 15, 15, kRed, kClear);
-}
-
-TEST(GifCompositorTest, EachFrameIsACompletePictureBuiltOnThePreviousOne) {
-  GifCompositor compositor(20, 20);
-  std::vector<std::uint8_t> first, second;
-  ASSERT_TRUE(Add(&compositor, Patch(20, 20, kBlue), 20, 20, 0, 0, 1, &first));
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kRed), 10, 10, 5, 5, 0, &second));
-  ExpectRect(first, 20, 20, 0, 0, 20, 20, kBlue, kBlue);
-  ExpectRect(second, 20, 20, 5, 5, 15, 15, kRed, kBlue);
-}
-
-TEST(GifCompositorTest, TransparentPixelsLeaveTheCanvasAndOthersBecomeOpaque) {
-  GifCompositor compositor(2, 1);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(2, 1, kBlue), 2, 1, 0, 0, 0, &frame));
-  std::vector<std::uint8_t> patch = Patch(2, 1, kClear);
-  SetPixel(&patch, 2, 0, 0, Bgra{10, 20, 30, 0});    // transparent: colour ignored
-  SetPixel(&patch, 2, 1, 0, Bgra{10, 20, 30, 128});  // half transparent: drawn opaque
-  ASSERT_TRUE(Add(&compositor, patch, 2, 1, 0, 0, 0, &frame));
-  EXPECT_EQ(PixelAt(frame, 2, 0, 0), kBlue);
-  EXPECT_EQ(PixelAt(frame, 2, 1, 0), (Bgra{10, 20, 30, 255}));
-}
-
-TEST(GifCompositorTest, MixedAlphaFollowsTheSameRuleInEveryColumn) {
+TEST(GifCompositorTest, TransparentPixelsLeaveTheCanvasAndOthersBecomeOpaqueInEveryColumn) {
   // Rows 9 pixels wide at an odd offset, so that wide and narrow paths of the drawing both meet
-  // every kind of alpha.
+  // every kind of alpha (0 leaves the canvas, 128 is drawn opaque).
   constexpr std::uint32_t kWidth = 9, kHeight = 3, kLeft = 3, kCanvas = 16;
   GifCompositor compositor(kCanvas, kHeight);
   std::vector<std::uint8_t> frame;
@@ -132,53 +166,6 @@ TEST(GifCompositorTest, MixedAlphaFollowsTheSameRuleInEveryColumn) {
   }
 }
 
-TEST(GifCompositorTest, RestoreToBackgroundClearsThePatchRectangleForTheNextFrame) {
-  GifCompositor compositor(20, 20);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(20, 20, kBlue), 20, 20, 0, 0, 0, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kRed), 10, 10, 5, 5, 2, &frame));
-  // The frame itself shows the patch ...
-  ExpectRect(frame, 20, 20, 5, 5, 15, 15, kRed, kBlue);
-  // ... and the next frame starts with its rectangle cleared to transparent black.
-  ExpectRect(compositor.canvas(), 20, 20, 5, 5, 15, 15, kClear, kBlue);
-  // A fully transparent third patch shows exactly that canvas.
-  ASSERT_TRUE(Add(&compositor, Patch(1, 1, kClear), 1, 1, 0, 0, 0, &frame));
-  ExpectRect(frame, 20, 20, 5, 5, 15, 15, kClear, kBlue);
-}
-
-TEST(GifCompositorTest, RestoreToPreviousPutsBackTheCanvasBeforeThePatch) {
-  GifCompositor compositor(20, 20);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(20, 20, kBlue), 20, 20, 0, 0, 1, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kRed), 10, 10, 0, 0, 3, &frame));
-  ExpectRect(frame, 20, 20, 0, 0, 10, 10, kRed, kBlue);
-  ExpectRect(compositor.canvas(), 20, 20, 0, 0, 0, 0, kBlue, kBlue);
-  // Twice in a row, the second restoring to the state the first restored.
-  ASSERT_TRUE(Add(&compositor, Patch(5, 5, kGreen), 5, 5, 15, 15, 3, &frame));
-  ExpectRect(frame, 20, 20, 15, 15, 20, 20, kGreen, kBlue);
-  ASSERT_TRUE(Add(&compositor, Patch(1, 1, kClear), 1, 1, 0, 0, 0, &frame));
-  ExpectRect(frame, 20, 20, 0, 0, 0, 0, kBlue, kBlue);
-}
-
-TEST(GifCompositorTest, RestoreToPreviousAfterRestoreToBackground) {
-  GifCompositor compositor(10, 10);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kBlue), 10, 10, 0, 0, 2, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(4, 4, kRed), 4, 4, 3, 3, 3, &frame));
-  ExpectRect(frame, 10, 10, 3, 3, 7, 7, kRed, kClear);
-  ExpectRect(compositor.canvas(), 10, 10, 0, 0, 0, 0, kClear, kClear);
-}
-
-TEST(GifCompositorTest, OtherDisposalValuesKeepThePatch) {
-  for (std::uint8_t disposal : {0, 1, 4, 7, 255}) {
-    SCOPED_TRACE(int{disposal});
-    GifCompositor compositor(6, 6);
-    std::vector<std::uint8_t> frame;
-    ASSERT_TRUE(Add(&compositor, Patch(2, 2, kGreen), 2, 2, 1, 1, disposal, &frame));
-    ExpectRect(compositor.canvas(), 6, 6, 1, 1, 3, 3, kGreen, kClear);
-  }
-}
-
 TEST(GifCompositorTest, PatchesReachingBeyondTheCanvasAreCutOff) {
   GifCompositor compositor(10, 10);
   std::vector<std::uint8_t> frame;
@@ -193,18 +180,7 @@ TEST(GifCompositorTest, PatchesReachingBeyondTheCanvasAreCutOff) {
   ExpectRect(compositor.canvas(), 10, 10, 0, 0, 0, 0, kClear, kClear);
 }
 
-TEST(GifCompositorTest, PatchesEntirelyOffTheCanvasDrawNothing) {
-  GifCompositor compositor(10, 10);
-  std::vector<std::uint8_t> frame;
-  ASSERT_TRUE(Add(&compositor, Patch(10, 10, kBlue), 10, 10, 0, 0, 0, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(4, 4, kRed), 4, 4, 10, 0, 2, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(4, 4, kRed), 4, 4, 0, 65535, 3, &frame));
-  ASSERT_TRUE(Add(&compositor, Patch(4, 4, kRed), 4, 4, 0xFFFFFFFFu, 0xFFFFFFFFu, 2, &frame));
-  ExpectRect(frame, 10, 10, 0, 0, 0, 0, kBlue, kBlue);
-  ExpectRect(compositor.canvas(), 10, 10, 0, 0, 0, 0, kBlue, kBlue);
-}
-
-TEST(GifCompositorTest, ShortPatchIsRefusedAndLeavesTheCanvas) {
+TEST(GifCompositorTest, ShortPatchesAreRefusedAndEmptyOnesStillYieldAFrame) {
   GifCompositor compositor(4, 4);
   std::vector<std::uint8_t> frame;
   std::vector<std::uint8_t> patch = Patch(4, 4, kRed);
@@ -213,41 +189,38 @@ TEST(GifCompositorTest, ShortPatchIsRefusedAndLeavesTheCanvas) {
   EXPECT_FALSE(compositor.AddFrame(nullptr, 64, 4, 4, 0, 0, 0, &frame));
   EXPECT_FALSE(compositor.AddFrame(Patch(4, 4, kRed).data(), 64, 4, 4, 0, 0, 0, nullptr));
   ExpectRect(compositor.canvas(), 4, 4, 0, 0, 0, 0, kClear, kClear);
-}
-
-TEST(GifCompositorTest, EmptyPatchStillYieldsAFrame) {
-  GifCompositor compositor(3, 3);
-  std::vector<std::uint8_t> frame;
   EXPECT_TRUE(compositor.AddFrame(nullptr, 0, 0, 0, 1, 1, 2, &frame));
-  ExpectRect(frame, 3, 3, 0, 0, 0, 0, kClear, kClear);
+  ExpectRect(frame, 4, 4, 0, 0, 0, 0, kClear, kClear);
 }
 
 TEST(GifTimingTest, DelaysFollowTheDefaultAndMinimumRules) {
-  EXPECT_EQ(GifCompositor::FrameDelayMs(false, 0), 100u);
-  EXPECT_EQ(GifCompositor::FrameDelayMs(true, 0), 100u);
-  EXPECT_EQ(GifCompositor::FrameDelayMs(true, 1), 100u);
-  EXPECT_EQ(GifCompositor::FrameDelayMs(true, 2), 20u);
-  EXPECT_EQ(GifCompositor::FrameDelayMs(true, 7), 70u);
-  EXPECT_EQ(GifCompositor::FrameDelayMs(true, 65535), 655350u);
+  const struct {
+    bool has_field;
+    std::uint16_t field;
+    std::uint32_t ms;
+  } cases[] = {{false, 0, 100}, {true, 0, 100}, {true, 1, 100},
+               {true, 2, 20},   {true, 7, 70},  {true, 65535, 655350}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(GifCompositor::FrameDelayMs(c.has_field, c.field), c.ms) << c.field;
+  }
 }
 
-TEST(GifBudgetTest, FullHdFitsThirtyTwoFramesButNotThirtyThree) {
-  EXPECT_TRUE(GifCompositor::FitsBudget(1920, 1080, 32));
-  EXPECT_FALSE(GifCompositor::FitsBudget(1920, 1080, 33));
-}
-
-TEST(GifBudgetTest, TheBoundIsInclusive) {
-  // 1024 x 1024 x 4 = 4 MiB per frame: exactly 64 frames make 256 MB.
-  EXPECT_TRUE(GifCompositor::FitsBudget(1024, 1024, 64));
-  EXPECT_FALSE(GifCompositor::FitsBudget(1024, 1024, 65));
-}
-
-TEST(GifBudgetTest, LargestCanvasesDoNotOverflow) {
-  EXPECT_FALSE(GifCompositor::FitsBudget(65535, 65535, 2));
-  EXPECT_FALSE(GifCompositor::FitsBudget(0xFFFFFFFFu, 0xFFFFFFFFu, 2));
-  EXPECT_TRUE(GifCompositor::FitsBudget(1, 1, 67108864));
-  EXPECT_FALSE(GifCompositor::FitsBudget(1, 1, 67108865));
-  EXPECT_FALSE(GifCompositor::FitsBudget(0, 100, 2));
+TEST(GifBudgetTest, TheBoundIsInclusiveAndLargeCanvasesDoNotOverflow) {
+  const struct {
+    std::uint32_t width, height, frames;
+    bool fits;
+  } cases[] = {
+      {1920, 1080, 32, true},   {1920, 1080, 33, false},
+      // 1024 x 1024 x 4 = 4 MiB per frame: exactly 64 frames make 256 MB.
+      {1024, 1024, 64, true},   {1024, 1024, 65, false},
+      {65535, 65535, 2, false}, {0xFFFFFFFFu, 0xFFFFFFFFu, 2, false},
+      {1, 1, 67108864, true},   {1, 1, 67108865, false},
+      {0, 100, 2, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(GifCompositor::FitsBudget(c.width, c.height, c.frames), c.fits)
+        << c.width << "x" << c.height << " x " << c.frames;
+  }
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 // guards against degenerate sizes, the vertex order and the frame timing of animations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -14,6 +17,7 @@ namespace {
 constexpr std::int32_t kCover = static_cast<std::int32_t>(FitMode::Cover);
 constexpr std::int32_t kContain = static_cast<std::int32_t>(FitMode::Contain);
 constexpr std::int32_t kStretch = static_cast<std::int32_t>(FitMode::Stretch);
+constexpr std::int32_t kModes[] = {kCover, kContain, kStretch};
 constexpr float kTolerance = 1e-5f;
 
 CropRect Crop(float x, float y, float w, float h, std::int32_t canvas_width,
@@ -29,187 +33,135 @@ CropRect Crop(float x, float y, float w, float h, std::int32_t canvas_width,
   return crop;
 }
 
-void ExpectQuad(const ImageQuad& quad, float x0, float x1, float y0, float y1, float ul, float ur,
-                float vt, float vb) {
+void ExpectQuad(const ImageQuad& quad, const ImageQuad& expected) {
   EXPECT_TRUE(quad.visible);
-  EXPECT_NEAR(quad.x0, x0, kTolerance);
-  EXPECT_NEAR(quad.x1, x1, kTolerance);
-  EXPECT_NEAR(quad.y0, y0, kTolerance);
-  EXPECT_NEAR(quad.y1, y1, kTolerance);
-  EXPECT_NEAR(quad.ul, ul, kTolerance);
-  EXPECT_NEAR(quad.ur, ur, kTolerance);
-  EXPECT_NEAR(quad.vt, vt, kTolerance);
-  EXPECT_NEAR(quad.vb, vb, kTolerance);
+  const float actual_values[] = {quad.x0, quad.x1, quad.y0, quad.y1,
+                                 quad.ul, quad.ur, quad.vt, quad.vb};
+  const float expected_values[] = {expected.x0, expected.x1, expected.y0, expected.y1,
+                                   expected.ul, expected.ur, expected.vt, expected.vb};
+  const char* names[] = {"x0", "x1", "y0", "y1", "ul", "ur", "vt", "vb"};
+  for (int i = 0; i < 8; ++i) {
+    EXPECT_NEAR(actual_values[i], expected_values[i], kTolerance) << names[i];
+  }
 }
 
-void ExpectFullQuad(const ImageQuad& quad) { ExpectQuad(quad, -1, 1, 1, -1, 0, 1, 0, 1); }
+// Quad fields in the order x0, x1, y0, y1, ul, ur, vt, vb.
+ImageQuad Q(float x0, float x1, float y0, float y1, float ul, float ur, float vt, float vb) {
+  return ImageQuad{x0, x1, y0, y1, ul, ur, vt, vb, true};
+}
 
-// --- Without a crop rectangle ---
-
-TEST(ImageLayoutFitTest, ContainLeavesBlackBandsAcrossTheLongerSide) {
-  // wa / ia = 0.5625 / 1.7778 = 0.3164
+TEST(ImageLayoutTest, FitModesWithAndWithoutACropRectangle) {
+  // wa / ia for a 16:9 image on a 9:16 window.
   const float half = (1080.0f / 1920.0f) / (1920.0f / 1080.0f);
-  const ImageQuad tall_window =
-      ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, CropRect());
-  ExpectQuad(tall_window, -1, 1, half, -half, 0, 1, 0, 1);
-  EXPECT_NEAR(tall_window.y0, 0.316f, 0.001f);
-  ExpectQuad(ImageLayout::ComputeQuad(1080, 1920, 1920, 1080, kContain, CropRect()), -half, half, 1,
-             -1, 0, 1, 0, 1);
-}
-
-TEST(ImageLayoutFitTest, EqualAspectsGiveTheFullTextureInEveryMode) {
-  for (std::int32_t mode : {kCover, kContain, kStretch}) {
-    SCOPED_TRACE(mode);
-    ExpectFullQuad(ImageLayout::ComputeQuad(1920, 1080, 3840, 2160, mode, CropRect()));
+  const struct {
+    const char* name;
+    std::int32_t image_width, image_height, window_width, window_height, mode;
+    CropRect crop;
+    ImageQuad expected;
+  } cases[] = {
+      {"contain on a taller window: bands above and below", 1920, 1080, 1080, 1920, kContain, {},
+       Q(-1, 1, half, -half, 0, 1, 0, 1)},
+      {"contain on a wider window: bands left and right", 1080, 1920, 1920, 1080, kContain, {},
+       Q(-half, half, 1, -1, 0, 1, 0, 1)},
+      {"cover cuts a quarter of the height", 1600, 1200, 1920, 1080, kCover, {},
+       Q(-1, 1, 1, -1, 0, 1, 0.125f, 0.875f)},
+      {"cover cuts half the width", 2000, 1000, 800, 800, kCover, {},
+       Q(-1, 1, 1, -1, 0.25f, 0.75f, 0, 1)},
+      {"stretch", 640, 480, 1080, 1920, kStretch, {}, Q(-1, 1, 1, -1, 0, 1, 0, 1)},
+      {"unknown mode", 640, 480, 1080, 1920, -1, {}, Q(-1, 1, 1, -1, 0, 1, 0, 1)},
+      {"right half of a wide canvas", 3840, 1080, 1920, 1080, kStretch,
+       Crop(0.5f, 0, 0.5f, 1, 3840, 1080), Q(-1, 1, 1, -1, 0.5f, 1, 0, 1)},
+      // A 16:9 image contained in a 32:9 canvas occupies canvas x 0.25..0.75: the canvas's left
+      // half shows the image's left half on the window's right half.
+      {"contain centres on a wide canvas", 1920, 1080, 1920, 1080, kContain,
+       Crop(0, 0, 0.5f, 1, 3840, 1080), Q(0, 1, 1, -1, 0, 0.5f, 0, 1)},
+      // A square image on a 1:2 canvas occupies canvas y 0.25..0.75.
+      {"contain centres on a tall canvas", 500, 500, 800, 800, kContain,
+       Crop(0, 0, 1, 0.5f, 1000, 2000), Q(-1, 1, 0, -1, 0, 1, 0, 0.5f)},
+      {"cover on a wide canvas", 1920, 1080, 1920, 1080, kCover, Crop(0, 0, 1, 1, 3840, 1080),
+       Q(-1, 1, 1, -1, 0, 1, 0.25f, 0.75f)},
+      {"cover on a square canvas", 2000, 1000, 800, 800, kCover, Crop(0, 0, 1, 1, 1000, 1000),
+       Q(-1, 1, 1, -1, 0.25f, 0.75f, 0, 1)},
+      {"crop inside, any window aspect", 1920, 1080, 1080, 1920, kContain,
+       Crop(0.25f, 0.25f, 0.5f, 0.5f, 1920, 1080), Q(-1, 1, 1, -1, 0.25f, 0.75f, 0.25f, 0.75f)},
+      {"crop beyond the canvas", 1920, 1080, 1920, 1080, kStretch, Crop(0.5f, 0, 1, 1, 1920, 1080),
+       Q(-1, 0, 1, -1, 0.5f, 1, 0, 1)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ExpectQuad(ImageLayout::ComputeQuad(c.image_width, c.image_height, c.window_width,
+                                        c.window_height, c.mode, c.crop),
+               c.expected);
   }
 }
 
-TEST(ImageLayoutFitTest, CoverCutsTheOverflowEvenlyFromBothSides) {
-  // 4:3 image on a 16:9 window: ia / wa = 0.75, so a quarter of the height is cut.
-  ExpectQuad(ImageLayout::ComputeQuad(1600, 1200, 1920, 1080, kCover, CropRect()), -1, 1, 1, -1, 0,
-             1, 0.125f, 0.875f);
-  // 2:1 image on a square window: wa / ia = 0.5.
-  ExpectQuad(ImageLayout::ComputeQuad(2000, 1000, 800, 800, kCover, CropRect()), -1, 1, 1, -1,
-             0.25f, 0.75f, 0, 1);
-}
-
-TEST(ImageLayoutFitTest, StretchAndUnknownModesFillTheWindow) {
-  for (std::int32_t mode : {kStretch, 3, -1, std::numeric_limits<std::int32_t>::max()}) {
+TEST(ImageLayoutTest, TwoHalvesOfACanvasShowTheWholeImageOnceInEveryMode) {
+  for (std::int32_t mode : kModes) {
     SCOPED_TRACE(mode);
-    ExpectFullQuad(ImageLayout::ComputeQuad(640, 480, 1080, 1920, mode, CropRect()));
-  }
-}
-
-TEST(ImageLayoutFitTest, DegenerateSizesDrawNothing) {
-  const std::int32_t sizes[][4] = {{0, 1080, 1920, 1080},  {1920, 0, 1920, 1080},
-                                   {1920, 1080, 0, 1080},  {1920, 1080, 1920, 0},
-                                   {-5, 1080, 1920, 1080}, {1920, 1080, 1920, -1}};
-  for (const auto& s : sizes) {
-    for (std::int32_t mode : {kCover, kContain, kStretch}) {
-      const ImageQuad quad = ImageLayout::ComputeQuad(s[0], s[1], s[2], s[3], mode, CropRect());
-      EXPECT_FALSE(quad.visible) << s[0] << "x" << s[1] << " on " << s[2] << "x" << s[3];
-    }
-    // Also with a crop rectangle: the guard comes before the crop path.
-    EXPECT_FALSE(
-        ImageLayout::ComputeQuad(s[0], s[1], s[2], s[3], kContain, Crop(0, 0, 1, 1, 100, 100))
-            .visible);
-  }
-}
-
-// --- With a crop rectangle ---
-
-TEST(ImageLayoutCropTest, RightHalfOfAWideCanvasShowsTheRightHalfOfTheImage) {
-  const ImageQuad quad = ImageLayout::ComputeQuad(3840, 1080, 1920, 1080, kStretch,
-                                                  Crop(0.5f, 0, 0.5f, 1, 3840, 1080));
-  ExpectQuad(quad, -1, 1, 1, -1, 0.5f, 1, 0, 1);
-}
-
-TEST(ImageLayoutCropTest, TwoHalvesTogetherShowTheWholeImageOnce) {
-  const CropRect left = Crop(0, 0, 0.5f, 1, 3840, 1080);
-  const CropRect right = Crop(0.5f, 0, 0.5f, 1, 3840, 1080);
-  for (std::int32_t mode : {kCover, kContain, kStretch}) {
-    SCOPED_TRACE(mode);
-    const ImageQuad a = ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, left);
-    const ImageQuad b = ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, right);
-    ASSERT_TRUE(a.visible);
-    ASSERT_TRUE(b.visible);
-    // The texture ranges meet at the seam, without a gap or an overlap.
+    const ImageQuad a =
+        ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, Crop(0, 0, 0.5f, 1, 3840, 1080));
+    const ImageQuad b =
+        ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, Crop(0.5f, 0, 0.5f, 1, 3840, 1080));
+    ASSERT_TRUE(a.visible && b.visible);
+    // The texture ranges meet at the seam, which lies on the windows' shared edge.
     EXPECT_NEAR(a.ur, b.ul, kTolerance);
     EXPECT_NEAR(a.vt, b.vt, kTolerance);
     EXPECT_NEAR(a.vb, b.vb, kTolerance);
-    // The seam lies on the windows' shared edge.
     EXPECT_NEAR(a.x1, 1.0f, kTolerance);
     EXPECT_NEAR(b.x0, -1.0f, kTolerance);
   }
 }
 
-TEST(ImageLayoutCropTest, ContainCentresTheImageOnTheCanvas) {
-  // A 16:9 image contained in a 32:9 canvas occupies canvas x 0.25..0.75. The left half of the
-  // canvas therefore shows the image's left half on the window's right half, black elsewhere.
-  ExpectQuad(
-      ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kContain, Crop(0, 0, 0.5f, 1, 3840, 1080)),
-      0, 1, 1, -1, 0, 0.5f, 0, 1);
-  // A square image on a 1:2 canvas occupies canvas y 0.25..0.75; the top half of the canvas
-  // shows the image's top half in the window's lower half.
-  ExpectQuad(
-      ImageLayout::ComputeQuad(500, 500, 800, 800, kContain, Crop(0, 0, 1, 0.5f, 1000, 2000)), -1,
-      1, 0, -1, 0, 1, 0, 0.5f);
-}
-
-TEST(ImageLayoutCropTest, CoverCutsTheImageToTheCanvas) {
-  // A 16:9 image covering a 32:9 canvas shows its middle half vertically.
-  ExpectQuad(ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kCover, Crop(0, 0, 1, 1, 3840, 1080)),
-             -1, 1, 1, -1, 0, 1, 0.25f, 0.75f);
-  ExpectQuad(ImageLayout::ComputeQuad(2000, 1000, 800, 800, kCover, Crop(0, 0, 1, 1, 1000, 1000)),
-             -1, 1, 1, -1, 0.25f, 0.75f, 0, 1);
-}
-
-TEST(ImageLayoutCropTest, TheWindowAspectDoesNotMatterWithACrop) {
-  const CropRect crop = Crop(0.25f, 0.25f, 0.5f, 0.5f, 1920, 1080);
-  const ImageQuad wide = ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kContain, crop);
-  const ImageQuad tall = ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, crop);
-  ExpectQuad(wide, tall.x0, tall.x1, tall.y0, tall.y1, tall.ul, tall.ur, tall.vt, tall.vb);
-  ExpectQuad(wide, -1, 1, 1, -1, 0.25f, 0.75f, 0.25f, 0.75f);
-}
-
-TEST(ImageLayoutCropTest, CropMissingTheContainedImageDrawsNothing) {
-  // The contained image occupies canvas x 0.25..0.75; a crop ending exactly at 0.25 has no area
-  // of it, and one of the left fifth misses it.
-  EXPECT_FALSE(
-      ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kContain, Crop(0, 0, 0.25f, 1, 3840, 1080))
-          .visible);
-  const ImageQuad quad =
-      ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kContain, Crop(0, 0, 0.2f, 1, 3840, 1080));
-  EXPECT_FALSE(quad.visible);
-  float vertices[ImageLayout::kVertexFloatCount];
-  std::fill(std::begin(vertices), std::end(vertices), 7.0f);
-  ImageLayout::WriteVertices(quad, vertices);
-  for (float v : vertices) {
-    EXPECT_EQ(v, 0.0f);
+TEST(ImageLayoutTest, DegenerateSizesAndEmptyBrokenOrMissingCropsDrawNothing) {
+  const std::int32_t sizes[][4] = {{0, 1080, 1920, 1080},  {1920, 0, 1920, 1080},
+                                   {1920, 1080, 0, 1080},  {1920, 1080, 1920, 0},
+                                   {-5, 1080, 1920, 1080}, {1920, 1080, 1920, -1}};
+  for (const auto& s : sizes) {
+    for (const CropRect& crop : {CropRect(), Crop(0, 0, 1, 1, 100, 100)}) {
+      EXPECT_FALSE(ImageLayout::ComputeQuad(s[0], s[1], s[2], s[3], kContain, crop).visible)
+          << s[0] << "x" << s[1] << " on " << s[2] << "x" << s[3];
+    }
   }
-}
-
-TEST(ImageLayoutCropTest, EmptyOrBrokenCropRectanglesDrawNothing) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float inf = std::numeric_limits<float>::infinity();
-  const CropRect crops[] = {Crop(0, 0, 0, 1, 1920, 1080),   Crop(0, 0, 1, 0, 1920, 1080),
-                            Crop(0, 0, -1, 1, 1920, 1080),  Crop(2, 0, 1, 1, 1920, 1080),
-                            Crop(nan, 0, 1, 1, 1920, 1080), Crop(0, 0, nan, 1, 1920, 1080),
-                            Crop(0, 0, 1, inf, 1920, 1080), Crop(0, -inf, 1, 1, 1920, 1080)};
+  // The contained image of the last two occupies canvas x 0.25..0.75: a crop ending exactly at
+  // 0.25 has no area of it, one of the left fifth misses it.
+  const CropRect crops[] = {Crop(0, 0, 0, 1, 1920, 1080),     Crop(0, 0, 1, 0, 1920, 1080),
+                            Crop(0, 0, -1, 1, 1920, 1080),    Crop(2, 0, 1, 1, 1920, 1080),
+                            Crop(nan, 0, 1, 1, 1920, 1080),   Crop(0, 0, nan, 1, 1920, 1080),
+                            Crop(0, 0, 1, inf, 1920, 1080),   Crop(0, -inf, 1, 1, 1920, 1080),
+                            Crop(0, 0, 0.25f, 1, 3840, 1080), Crop(0, 0, 0.2f, 1, 3840, 1080)};
   for (const CropRect& crop : crops) {
-    for (std::int32_t mode : {kCover, kContain, kStretch}) {
-      EXPECT_FALSE(ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, crop).visible)
-          << crop.x << "," << crop.y << "," << crop.w << "," << crop.h << " mode " << mode;
+    const bool misses_contained = crop.canvas_width == 3840;
+    for (std::int32_t mode : kModes) {
+      if (misses_contained && mode != kContain) {
+        continue;
+      }
+      const ImageQuad quad = ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, crop);
+      EXPECT_FALSE(quad.visible) << crop.x << "," << crop.y << "," << crop.w << "," << crop.h
+                                 << " mode " << mode;
+      float vertices[ImageLayout::kVertexFloatCount];
+      std::fill(std::begin(vertices), std::end(vertices), 7.0f);
+      ImageLayout::WriteVertices(quad, vertices);
+      EXPECT_EQ(std::count(std::begin(vertices), std::end(vertices), 0.0f),
+                static_cast<std::ptrdiff_t>(ImageLayout::kVertexFloatCount));
     }
   }
 }
 
-TEST(ImageLayoutCropTest, DisabledCropOrCanvasBelowOnePixelFallsBackToTheUncroppedLayout) {
+TEST(ImageLayoutTest, DisabledCropOrCanvasBelowOnePixelFallsBackToTheUncroppedLayout) {
   CropRect disabled = Crop(0.5f, 0, 0.5f, 1, 3840, 1080);
   disabled.enabled = false;
-  const CropRect crops[] = {disabled, Crop(0.5f, 0, 0.5f, 1, 0, 1080),
-                            Crop(0.5f, 0, 0.5f, 1, 3840, 0), Crop(0.5f, 0, 0.5f, 1, -3840, 1080)};
   const ImageQuad plain = ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, CropRect());
-  for (const CropRect& crop : crops) {
-    const ImageQuad quad = ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, crop);
-    ExpectQuad(quad, plain.x0, plain.x1, plain.y0, plain.y1, plain.ul, plain.ur, plain.vt,
-               plain.vb);
+  for (const CropRect& crop : {disabled, Crop(0.5f, 0, 0.5f, 1, 0, 1080),
+                               Crop(0.5f, 0, 0.5f, 1, 3840, 0), Crop(0.5f, 0, 0.5f, 1, -3840, 1080)}) {
+    ExpectQuad(ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, crop), plain);
   }
 }
 
-TEST(ImageLayoutCropTest, CropReachingBeyondTheCanvasShowsBlackOutside) {
-  // Crop x 0.5..1.5 of a stretched image: the image fills the window's left half only.
-  const ImageQuad quad =
-      ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, kStretch, Crop(0.5f, 0, 1, 1, 1920, 1080));
-  ExpectQuad(quad, -1, 0, 1, -1, 0.5f, 1, 0, 1);
-}
-
-// --- Vertices ---
-
-TEST(ImageLayoutVerticesTest, SixVerticesInDrawOrder) {
-  const ImageQuad quad{-0.5f, 0.5f, 0.75f, -0.75f, 0.1f, 0.9f, 0.2f, 0.8f, true};
+TEST(ImageLayoutTest, SixVerticesInDrawOrder) {
   float v[ImageLayout::kVertexFloatCount];
-  ImageLayout::WriteVertices(quad, v);
+  ImageLayout::WriteVertices(Q(-0.5f, 0.5f, 0.75f, -0.75f, 0.1f, 0.9f, 0.2f, 0.8f), v);
   const float expected[ImageLayout::kVertexFloatCount] = {
       -0.5f, 0.75f,  0.1f, 0.2f,  // top left
       0.5f,  0.75f,  0.9f, 0.2f,  // top right
@@ -223,43 +175,31 @@ TEST(ImageLayoutVerticesTest, SixVerticesInDrawOrder) {
   }
 }
 
-// --- Animation frames ---
-
-TEST(ImageLayoutFrameTest, LongFrameShowsFromItsStartToItsEndInEveryCycle) {
-  const std::vector<std::uint32_t> delays = {100, 100, 200};
-  const std::uint32_t total = 400;
-  for (std::uint64_t cycle = 0; cycle < 3; ++cycle) {
-    const std::uint64_t base = cycle * total;
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 0), 0u);
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 99), 0u);
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 100), 1u);
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 199), 1u);
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 200), 2u);
-    EXPECT_EQ(ImageLayout::FrameIndexAt(delays, total, base + 399), 2u);
-  }
-}
-
-TEST(ImageLayoutFrameTest, ZeroDelaysAreSkippedAndNoTimeStaysOnTheFirstFrame) {
-  const std::vector<std::uint32_t> delays = {0, 50, 0, 50};
-  EXPECT_EQ(ImageLayout::FrameIndexAt(delays, 100, 0), 1u);
-  EXPECT_EQ(ImageLayout::FrameIndexAt(delays, 100, 49), 1u);
-  EXPECT_EQ(ImageLayout::FrameIndexAt(delays, 100, 50), 3u);
-  EXPECT_EQ(ImageLayout::FrameIndexAt({}, 400, 250), 0u);
-  EXPECT_EQ(ImageLayout::FrameIndexAt({0, 0, 0}, 0, 250), 0u);
-}
-
-TEST(ImageLayoutFrameTest, IndexStaysWithinTheFramesWhateverTheTotal) {
-  // A total longer than the delays ends on the last frame; huge delays do not overflow the sum.
-  EXPECT_EQ(ImageLayout::FrameIndexAt({100, 100}, 1000, 999), 1u);
+TEST(ImageLayoutTest, AnimationFrameAtAnElapsedTime) {
   const std::uint32_t big = std::numeric_limits<std::uint32_t>::max();
-  EXPECT_EQ(ImageLayout::FrameIndexAt({big, big}, big, big - 1), 0u);
-}
-
-TEST(ImageLayoutFrameTest, ElapsedTimeWrapsAt32Bits) {
-  const std::vector<std::uint32_t> delays = {100, 100, 200};
-  // 2^32 ms wraps to 0, the start of a cycle.
-  EXPECT_EQ(ImageLayout::FrameIndexAt(delays, 400, std::uint64_t{1} << 32), 0u);
-  EXPECT_EQ(ImageLayout::FrameIndexAt(delays, 400, (std::uint64_t{1} << 32) + 250), 2u);
+  const std::uint64_t wrap = std::uint64_t{1} << 32;  // 2^32 ms wraps to 0
+  const struct {
+    std::vector<std::uint32_t> delays;
+    std::uint32_t total;
+    std::uint64_t elapsed_ms;
+    std::size_t frame;
+  } cases[] = {
+      {{100, 100, 200}, 400, 0, 0},       {{100, 100, 200}, 400, 99, 0},
+      {{100, 100, 200}, 400, 100, 1},     {{100, 100, 200}, 400, 199, 1},
+      {{100, 100, 200}, 400, 200, 2},     {{100, 100, 200}, 400, 399, 2},
+      {{100, 100, 200}, 400, 800 + 99, 0}, {{100, 100, 200}, 400, 800 + 200, 2},
+      {{100, 100, 200}, 400, wrap, 0},    {{100, 100, 200}, 400, wrap + 250, 2},
+      // Zero delays are skipped; without any time the first frame stays.
+      {{0, 50, 0, 50}, 100, 0, 1},        {{0, 50, 0, 50}, 100, 49, 1},
+      {{0, 50, 0, 50}, 100, 50, 3},       {{}, 400, 250, 0},
+      {{0, 0, 0}, 0, 250, 0},
+      // A total longer than the delays ends on the last frame; huge delays do not overflow.
+      {{100, 100}, 1000, 999, 1},         {{big, big}, big, big - 1, 0},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(ImageLayout::FrameIndexAt(c.delays, c.total, c.elapsed_ms), c.frame)
+        << c.elapsed_ms << " ms of " << c.total;
+  }
 }
 
 }  // namespace

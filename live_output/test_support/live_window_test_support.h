@@ -34,6 +34,11 @@ class ManualClock : public LiveWindowClock {
   }
 
   void SetFadeTimeMs(std::int64_t ms) { counter.store(ms * (kFrequency / 1000)); }
+  // Moves the fade and animation clocks on together.
+  void AdvanceMs(std::int64_t ms) {
+    counter.fetch_add(ms * (kFrequency / 1000));
+    steady_ms.fetch_add(ms);
+  }
 
   std::atomic<std::uint32_t> tick_ms{100000};
   std::atomic<std::int64_t> counter{0};

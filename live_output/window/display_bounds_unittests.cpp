@@ -19,52 +19,31 @@ DisplayRecord At(std::int32_t x, std::int32_t y, std::int32_t width, std::int32_
   return display;
 }
 
-TEST(DisplayBoundsTest, TwoDisplaysSideBySideMakeOneWideRectangle) {
-  const VirtualRect rect = DisplayBounds::Union({At(0, 0, 1920, 1080), At(1920, 0, 1920, 1080)});
-  EXPECT_EQ(rect.left, 0);
-  EXPECT_EQ(rect.top, 0);
-  EXPECT_EQ(rect.width, 3840);
-  EXPECT_EQ(rect.height, 1080);
-}
-
-TEST(DisplayBoundsTest, DisplaysLeftOfAndAbovePrimaryMakeTheOriginNegative) {
-  // A display left of the primary and one above it, with different heights.
-  const VirtualRect rect = DisplayBounds::Union(
-      {At(0, 0, 1920, 1080), At(-1280, 200, 1280, 1024), At(0, -1080, 1920, 1080)});
-  EXPECT_EQ(rect.left, -1280);
-  EXPECT_EQ(rect.top, -1080);
-  EXPECT_EQ(rect.width, 1280 + 1920);
-  EXPECT_EQ(rect.height, 1080 + 200 + 1024);
-}
-
-TEST(DisplayBoundsTest, OneDisplayIsItsOwnBounds) {
-  const VirtualRect rect = DisplayBounds::Union({At(2560, -300, 1080, 1920)});
-  EXPECT_EQ(rect.left, 2560);
-  EXPECT_EQ(rect.top, -300);
-  EXPECT_EQ(rect.width, 1080);
-  EXPECT_EQ(rect.height, 1920);
-}
-
-TEST(DisplayBoundsTest, GapsBetweenDisplaysAreCovered) {
-  const VirtualRect rect = DisplayBounds::Union({At(0, 0, 100, 100), At(500, 300, 100, 100)});
-  EXPECT_EQ(rect.width, 600);
-  EXPECT_EQ(rect.height, 400);
-}
-
-TEST(DisplayBoundsTest, NoDisplaysGiveAnEmptyRectangle) {
-  const VirtualRect rect = DisplayBounds::Union({});
-  EXPECT_EQ(rect.width, 0);
-  EXPECT_EQ(rect.height, 0);
-}
-
-TEST(DisplayBoundsTest, ExtremeBoundsDoNotOverflow) {
-  const std::int32_t max = std::numeric_limits<std::int32_t>::max();
-  const std::int32_t min = std::numeric_limits<std::int32_t>::min();
-  const VirtualRect rect = DisplayBounds::Union({At(min, min, 10, 10), At(max - 5, max - 5, 100, 100)});
-  EXPECT_EQ(rect.left, min);
-  EXPECT_EQ(rect.top, min);
-  EXPECT_EQ(rect.width, max);
-  EXPECT_EQ(rect.height, max);
+TEST(DisplayBoundsTest, UnionCoversEveryDisplayAndTheGapsBetween) {
+  constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
+  constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
+  const struct {
+    const char* name;
+    std::vector<DisplayRecord> displays;
+    VirtualRect expected;
+  } cases[] = {
+      {"none", {}, {0, 0, 0, 0}},
+      {"one", {At(2560, -300, 1080, 1920)}, {2560, -300, 1080, 1920}},
+      {"side by side", {At(0, 0, 1920, 1080), At(1920, 0, 1920, 1080)}, {0, 0, 3840, 1080}},
+      {"left of and above the primary",
+       {At(0, 0, 1920, 1080), At(-1280, 200, 1280, 1024), At(0, -1080, 1920, 1080)},
+       {-1280, -1080, 1280 + 1920, 1080 + 200 + 1024}},
+      {"with a gap", {At(0, 0, 100, 100), At(500, 300, 100, 100)}, {0, 0, 600, 400}},
+      {"extreme", {At(kMin, kMin, 10, 10), At(kMax - 5, kMax - 5, 100, 100)},
+       {kMin, kMin, kMax, kMax}},
+  };
+  for (const auto& c : cases) {
+    const VirtualRect rect = DisplayBounds::Union(c.displays);
+    EXPECT_EQ(rect.left, c.expected.left) << c.name;
+    EXPECT_EQ(rect.top, c.expected.top) << c.name;
+    EXPECT_EQ(rect.width, c.expected.width) << c.name;
+    EXPECT_EQ(rect.height, c.expected.height) << c.name;
+  }
 }
 
 }  // namespace

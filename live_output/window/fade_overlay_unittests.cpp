@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "live_output/test_support/live_window_test_support.h"
@@ -18,9 +19,8 @@ using live_window_test::ManualClock;
 // Alpha the system holds for a layered window.
 int WindowAlpha(HWND window) {
   BYTE alpha = 0;
-  COLORREF key = 0;
   DWORD flags = 0;
-  if (!GetLayeredWindowAttributes(window, &key, &alpha, &flags) || (flags & LWA_ALPHA) == 0) {
+  if (!GetLayeredWindowAttributes(window, nullptr, &alpha, &flags) || (flags & LWA_ALPHA) == 0) {
     return -1;
   }
   return alpha;
@@ -40,7 +40,7 @@ class FadeOverlayTest : public ::testing::Test {
     DestroyWindow(parent_);
   }
 
-  // Moves the fade clock to `ms` after the start and steps once; answers the window's alpha.
+  // Moves the fade clock to `ms` and steps once; answers the window's alpha.
   int StepAt(std::int64_t ms) {
     clock_->SetFadeTimeMs(ms);
     fade_->Step();
@@ -71,86 +71,84 @@ TEST_F(FadeOverlayTest, OverlayIsABlackClickThroughLayeredChildOverTheClientArea
   EXPECT_EQ(rect.bottom, 180);
   EXPECT_EQ(SendMessageW(overlay, WM_NCHITTEST, 0, MAKELPARAM(100, 100)), HTTRANSPARENT);
   EXPECT_EQ(WindowAlpha(overlay), 0);
-  // Topmost among the parent's children.
-  EXPECT_EQ(GetWindow(parent_, GW_CHILD), overlay);
+  EXPECT_EQ(GetWindow(parent_, GW_CHILD), overlay);  // topmost among the parent's children
+
+  // Resizing follows the parent; destroying removes the overlay and its pending callback, and a
+  // later fade makes a new one.
+  fade_->Resize(200, 100);
+  GetClientRect(overlay, &rect);
+  EXPECT_EQ(rect.right, 200);
+  EXPECT_EQ(rect.bottom, 100);
+  fade_->Destroy();
+  EXPECT_FALSE(IsWindow(overlay));
+  EXPECT_EQ(fade_->overlay_window(), nullptr);
+  fade_->FadeToBlack(parent_, 0, nullptr);
+  EXPECT_NE(fade_->overlay_window(), nullptr);
 }
 
-TEST_F(FadeOverlayTest, FadeToBlackFollowsTheEasedCurveAndEndsBlack) {
-  int calls = 0;
-  clock_->SetFadeTimeMs(0);
-  fade_->FadeToBlack(parent_, 1000, [&calls] { ++calls; });
-  EXPECT_EQ(fade_->overlay_alpha(), 0);
-  EXPECT_EQ(StepAt(0), 0);
-  EXPECT_EQ(StepAt(250), 31);   // 2 * 0.25^2 * 255 = 31.9
-  EXPECT_EQ(StepAt(500), 127);  // 127.5, truncated
-  EXPECT_EQ(StepAt(750), 223);  // (1 - 0.5^2 / 2) * 255 = 223.1
-  EXPECT_EQ(StepAt(999), 254);
-  EXPECT_EQ(calls, 0);
-  EXPECT_EQ(StepAt(1000), 255);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(StepAt(2000), 255);
-  EXPECT_EQ(calls, 1);
-  bool blank = true;
-  bool fading = true;
-  fade_->ReadState(&blank, &fading);
-  EXPECT_FALSE(fading);
-  EXPECT_FALSE(blank);
+// Both directions over one second, eased: 2p^2 up to half way, 1 - 2(1-p)^2 after, truncated.
+TEST_F(FadeOverlayTest, TimedFadesFollowTheEasedCurveAndCallBackOnceAtTheEnd) {
+  const struct {
+    bool to_black;
+    std::vector<std::pair<std::int64_t, int>> steps;  // ms after the start, alpha
+  } cases[] = {
+      {true, {{0, 0}, {250, 31}, {500, 127}, {750, 223}, {999, 254}, {1000, 255}, {2000, 255}}},
+      {false, {{0, 255}, {250, 223}, {500, 127}, {750, 31}, {1500, 0}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.to_black ? "to black" : "from black");
+    int calls = 0;
+    clock_->SetFadeTimeMs(10000);
+    if (c.to_black) {
+      fade_->FadeFromBlack(parent_, 0, nullptr);
+      fade_->FadeToBlack(parent_, 1000, [&calls] { ++calls; });
+    } else {
+      fade_->FadeFromBlack(parent_, 1000, [&calls] { ++calls; });
+    }
+    for (const auto& step : c.steps) {
+      EXPECT_EQ(StepAt(10000 + step.first), step.second) << step.first << " ms";
+      EXPECT_EQ(calls, step.first >= 1000 ? 1 : 0) << step.first << " ms";
+    }
+    bool blank = true;
+    bool fading = true;
+    fade_->ReadState(&blank, &fading);
+    EXPECT_FALSE(fading);
+  }
 }
 
-TEST_F(FadeOverlayTest, FadeFromBlackStartsBlackAndEndsTransparent) {
-  int calls = 0;
-  clock_->SetFadeTimeMs(10000);
-  fade_->FadeFromBlack(parent_, 1000, [&calls] { ++calls; });
-  EXPECT_EQ(WindowAlpha(fade_->overlay_window()), 255);
-  EXPECT_EQ(StepAt(10000), 255);
-  EXPECT_EQ(StepAt(10250), 223);  // (1 - 0.125) * 255
-  EXPECT_EQ(StepAt(10500), 127);
-  EXPECT_EQ(StepAt(10750), 31);
-  EXPECT_EQ(calls, 0);
-  EXPECT_EQ(StepAt(11500), 0);
-  EXPECT_EQ(calls, 1);
-}
-
-TEST_F(FadeOverlayTest, ReversalContinuesFromTheCurrentAlphaAndDropsTheFirstCallback) {
+TEST_F(FadeOverlayTest, AnInterruptingFadeContinuesFromTheAlphaReachedAndDropsTheFirstCallback) {
   int first_calls = 0;
   int second_calls = 0;
   clock_->SetFadeTimeMs(0);
   fade_->FadeToBlack(parent_, 1000, [&first_calls] { ++first_calls; });
   EXPECT_EQ(StepAt(500), 127);
-
   fade_->FadeFromBlack(parent_, 1000, [&second_calls] { ++second_calls; });
   EXPECT_EQ(WindowAlpha(fade_->overlay_window()), 127);  // no jump back to black
-  EXPECT_EQ(StepAt(500), 127);
-  const int quarter = StepAt(750);
-  EXPECT_LT(quarter, 127);
-  EXPECT_GT(quarter, 0);
-  EXPECT_EQ(StepAt(1000), 63);  // half way: 127 * 0.5
+  EXPECT_EQ(StepAt(1000), 63);                           // half way: 127 * 0.5
   EXPECT_EQ(StepAt(1500), 0);
   EXPECT_EQ(first_calls, 0);
   EXPECT_EQ(second_calls, 1);
-}
 
-TEST_F(FadeOverlayTest, SameDirectionRestartKeepsTheAlphaAndTheNewDuration) {
-  int calls = 0;
-  clock_->SetFadeTimeMs(0);
+  // The same direction again keeps the alpha and takes the new duration.
   fade_->FadeToBlack(parent_, 1000, nullptr);
-  EXPECT_EQ(StepAt(500), 127);
-  fade_->FadeToBlack(parent_, 200, [&calls] { ++calls; });
-  EXPECT_EQ(StepAt(500), 127);
-  EXPECT_EQ(StepAt(600), 191);  // 127 + 128 * 0.5
-  EXPECT_EQ(StepAt(700), 255);
-  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(StepAt(2000), 127);
+  fade_->FadeToBlack(parent_, 200, [&second_calls] { ++second_calls; });
+  EXPECT_EQ(StepAt(2100), 191);  // 127 + 128 * 0.5
+  EXPECT_EQ(StepAt(2200), 255);
+  EXPECT_EQ(second_calls, 2);
 }
 
-TEST_F(FadeOverlayTest, ImmediateFadesFinishBeforeReturning) {
+TEST_F(FadeOverlayTest, ImmediateFadesAndFadesWithoutAWindowFinishBeforeReturning) {
   int calls = 0;
-  fade_->FadeToBlack(parent_, 0, [&calls] { ++calls; });
+  fade_->FadeToBlack(nullptr, 1000, [&calls] { ++calls; });
   EXPECT_EQ(calls, 1);
-  EXPECT_EQ(WindowAlpha(fade_->overlay_window()), 255);
-  EXPECT_EQ(fade_->overlay_alpha(), 255);
+  EXPECT_EQ(fade_->overlay_window(), nullptr);
 
-  fade_->FadeFromBlack(parent_, -40, [&calls] { ++calls; });
+  fade_->FadeToBlack(parent_, 0, [&calls] { ++calls; });
   EXPECT_EQ(calls, 2);
+  EXPECT_EQ(WindowAlpha(fade_->overlay_window()), 255);
+  fade_->FadeFromBlack(parent_, -40, [&calls] { ++calls; });
+  EXPECT_EQ(calls, 3);
   EXPECT_EQ(WindowAlpha(fade_->overlay_window()), 0);
 
   // An immediate fade ends a timed one, whose callback is then never called.
@@ -159,68 +157,17 @@ TEST_F(FadeOverlayTest, ImmediateFadesFinishBeforeReturning) {
   fade_->FadeToBlack(parent_, 1000, [&timed_calls] { ++timed_calls; });
   EXPECT_EQ(StepAt(500), 127);
   fade_->FadeToBlack(parent_, 0, [&calls] { ++calls; });
-  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(calls, 4);
   EXPECT_EQ(StepAt(5000), 255);
   EXPECT_EQ(timed_calls, 0);
 }
 
-TEST_F(FadeOverlayTest, WithoutAWindowTheFadeCompletesAtOnceAndDarkensNothing) {
-  int calls = 0;
-  fade_->FadeToBlack(nullptr, 1000, [&calls] { ++calls; });
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(fade_->overlay_window(), nullptr);
-  fade_->Step();
-  EXPECT_EQ(calls, 1);
-}
-
-TEST_F(FadeOverlayTest, ResizeFollowsAndDestroyRemovesTheOverlay) {
-  int calls = 0;
-  fade_->FadeToBlack(parent_, 1000, [&calls] { ++calls; });
-  HWND overlay = fade_->overlay_window();
-  fade_->Resize(200, 100);
-  RECT rect = {};
-  GetClientRect(overlay, &rect);
-  EXPECT_EQ(rect.right, 200);
-  EXPECT_EQ(rect.bottom, 100);
-
-  fade_->Destroy();
-  EXPECT_FALSE(IsWindow(overlay));
-  EXPECT_EQ(fade_->overlay_window(), nullptr);
-  EXPECT_EQ(fade_->overlay_alpha(), 0);
-  clock_->SetFadeTimeMs(5000);
-  fade_->Step();
-  EXPECT_EQ(calls, 0);
-  // A later fade makes a new overlay.
-  fade_->FadeToBlack(parent_, 0, nullptr);
-  EXPECT_NE(fade_->overlay_window(), nullptr);
-}
-
-TEST_F(FadeOverlayTest, BlankFlagIsIndependentOfFading) {
-  fade_->SetBlank(true);
-  bool blank = false;
-  bool fading = true;
-  fade_->ReadState(&blank, &fading);
-  EXPECT_TRUE(blank);
-  EXPECT_FALSE(fading);
-  fade_->FadeToBlack(parent_, 1000, nullptr);
-  fade_->ReadState(&blank, &fading);
-  EXPECT_TRUE(blank);
-  EXPECT_TRUE(fading);
-  fade_->SetBlank(false);
-  EXPECT_FALSE(fade_->blanked());
-}
-
 TEST(FadeOverlayCurveTest, AlphaTruncatesAlongTheEasedCurve) {
-  EXPECT_EQ(FadeOverlay::AlphaAt(0.0f, 0, true), 0);
-  EXPECT_EQ(FadeOverlay::AlphaAt(0.5f, 0, true), 127);
-  EXPECT_EQ(FadeOverlay::AlphaAt(0.5f, 255, false), 127);
-  EXPECT_EQ(FadeOverlay::AlphaAt(0.0f, 255, false), 255);
   EXPECT_EQ(FadeOverlay::AlphaAt(0.1f, 0, true), 5);     // 2 * 0.01 * 255 = 5.1
   EXPECT_EQ(FadeOverlay::AlphaAt(0.9f, 255, false), 5);  // (1 - 0.98) * 255 = 5.1
-  // Monotonic in both directions.
   int previous_up = -1;
   int previous_down = 256;
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i <= 100; ++i) {
     const float p = static_cast<float>(i) / 100.0f;
     const int up = FadeOverlay::AlphaAt(p, 0, true);
     const int down = FadeOverlay::AlphaAt(p, 255, false);
@@ -229,6 +176,8 @@ TEST(FadeOverlayCurveTest, AlphaTruncatesAlongTheEasedCurve) {
     previous_up = up;
     previous_down = down;
   }
+  EXPECT_EQ(previous_up, 255);
+  EXPECT_EQ(previous_down, 0);
 }
 
 }  // namespace

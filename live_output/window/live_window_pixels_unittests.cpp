@@ -37,14 +37,25 @@ constexpr std::uint32_t kOrange = 0xFF8000;
 constexpr int kLeft = 1300;
 constexpr int kTop = 700;
 
-::testing::AssertionResult ScreenShows(int x, int y, std::uint32_t expected) {
-  const std::uint32_t actual = ScreenPixel(x, y);
-  if (ColorNear(actual, expected)) {
-    return ::testing::AssertionSuccess();
+struct Probe {
+  int x;  // from kLeft, kTop
+  int y;
+  std::uint32_t color;
+};
+
+// Waits until what was just changed has certainly reached the screen, then reads the probes.
+void ExpectScreen(const NativeLiveWindow& window, const std::vector<Probe>& probes) {
+  ASSERT_TRUE(WaitForPresents(window, 4));
+  for (const Probe& probe : probes) {
+    const std::uint32_t actual = ScreenPixel(kLeft + probe.x, kTop + probe.y);
+    EXPECT_TRUE(ColorNear(actual, probe.color))
+        << "(" << probe.x << ", " << probe.y << ") is " << ColorText(actual) << ", expected "
+        << ColorText(probe.color);
   }
-  return ::testing::AssertionFailure() << "screen (" << x << ", " << y << ") is "
-                                       << ColorText(actual) << ", expected "
-                                       << ColorText(expected);
+}
+
+std::vector<std::uint8_t> Solid(int width, int height, std::uint32_t color) {
+  return MakeImage(width, height, [color](int, int) { return color; });
 }
 
 // 200 x 200: four horizontal bands, different in the left and the right half.
@@ -58,63 +69,40 @@ std::vector<std::uint8_t> BandedImage() {
   });
 }
 
-class LiveWindowPixelsTest : public ::testing::Test {
- protected:
-  // Waits until what was just changed has certainly reached the screen.
-  static void Settle(const NativeLiveWindow& window) { ASSERT_TRUE(WaitForPresents(window, 4)); }
-};
-
-TEST_F(LiveWindowPixelsTest, FitModesOnAWiderWindow) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Fit modes", kLeft, kTop, 400, 200)}));
+TEST(LiveWindowPixelsTest, FitModesOnWiderAndTallerWindows) {
+  const struct {
+    const char* mode;
+    std::int32_t fit_mode;
+    int width;
+    int height;
+    std::vector<Probe> probes;
+  } cases[] = {
+      // The whole image over the whole window (unknown modes draw the same).
+      {"stretch", 2, 400, 200,
+       {{100, 25, kMagenta}, {100, 75, kRed}, {100, 125, kBlue}, {100, 175, kCyan},
+        {300, 25, kYellow}, {300, 175, kOrange}}},
+      {"unknown", 7, 400, 200, {{100, 25, kMagenta}, {300, 175, kOrange}}},
+      // A square in the middle, black bars left and right, or above and below.
+      {"contain", 1, 400, 200,
+       {{40, 100, kBlack}, {360, 100, kBlack}, {150, 25, kMagenta}, {150, 125, kBlue},
+        {250, 175, kOrange}}},
+      {"contain tall", 1, 200, 300,
+       {{100, 20, kBlack}, {100, 280, kBlack}, {50, 75, kMagenta}, {150, 225, kOrange}}},
+      // The full width, the top and bottom quarters cut away.
+      {"cover", 0, 400, 200,
+       {{100, 10, kRed}, {100, 190, kBlue}, {300, 10, kGreen}, {300, 190, kWhite}}},
+  };
   const std::vector<std::uint8_t> image = BandedImage();
-
-  // Stretch: the whole image over the whole window.
-  ASSERT_TRUE(window.ShowImageFromPixels(image, 200, 200, 2));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 25, kMagenta));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 75, kRed));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 125, kBlue));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 175, kCyan));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 25, kYellow));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 175, kOrange));
-
-  // Contain: a square in the middle, black bars left and right.
-  ASSERT_TRUE(window.ShowImageFromPixels(image, 200, 200, 1));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 40, kTop + 100, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 360, kTop + 100, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 150, kTop + 25, kMagenta));
-  EXPECT_TRUE(ScreenShows(kLeft + 150, kTop + 125, kBlue));
-  EXPECT_TRUE(ScreenShows(kLeft + 250, kTop + 175, kOrange));
-
-  // Cover: the full width, the top and bottom quarters cut away.
-  ASSERT_TRUE(window.ShowImageFromPixels(image, 200, 200, 0));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 10, kRed));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 190, kBlue));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 10, kGreen));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 190, kWhite));
-
-  // Unknown modes draw like stretch.
-  ASSERT_TRUE(window.ShowImageFromPixels(image, 200, 200, 7));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 25, kMagenta));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 175, kOrange));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.mode);
+    NativeLiveWindow window;
+    ASSERT_TRUE(Show(window, {Display(c.mode, kLeft, kTop, c.width, c.height)}));
+    ASSERT_TRUE(window.ShowImageFromPixels(image, 200, 200, c.fit_mode));
+    ExpectScreen(window, c.probes);
+  }
 }
 
-TEST_F(LiveWindowPixelsTest, ContainOnATallerWindowLeavesBarsAboveAndBelow) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Tall window", kLeft, kTop, 200, 300)}));
-  ASSERT_TRUE(window.ShowImageFromPixels(BandedImage(), 200, 200, 1));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 20, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 280, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 50, kTop + 75, kMagenta));
-  EXPECT_TRUE(ScreenShows(kLeft + 150, kTop + 225, kOrange));
-}
-
-TEST_F(LiveWindowPixelsTest, TwoWindowsCroppingTheirHalvesShowTheWholeCanvas) {
+TEST(LiveWindowPixelsTest, TwoWindowsCroppingTheirHalvesShowTheWholeCanvas) {
   // 800 x 200: red, green, blue and yellow columns, 200 pixels each.
   const std::vector<std::uint8_t> image = MakeImage(800, 200, [](int x, int) {
     static const std::uint32_t columns[4] = {kRed, kGreen, kBlue, kYellow};
@@ -128,135 +116,84 @@ TEST_F(LiveWindowPixelsTest, TwoWindowsCroppingTheirHalvesShowTheWholeCanvas) {
   right.SetCropRect(0.5f, 0.0f, 0.5f, 1.0f, 800, 200);
   ASSERT_TRUE(left.ShowImageFromPixels(image, 800, 200, 2));
   ASSERT_TRUE(right.ShowImageFromPixels(image, 800, 200, 2));
-  Settle(left);
-  Settle(right);
-  EXPECT_TRUE(ScreenShows(kLeft - 300, kTop + 100, kRed));
-  EXPECT_TRUE(ScreenShows(kLeft - 100, kTop + 100, kGreen));
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 100, kBlue));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 100, kYellow));
+  ExpectScreen(left, {{-300, 100, kRed}, {-100, 100, kGreen}});
+  ExpectScreen(right, {{100, 100, kBlue}, {300, 100, kYellow}});
 
   // The crop outlives the image: a new image is cropped the same way.
-  const std::vector<std::uint8_t> swapped = MakeImage(800, 200, [](int x, int) {
-    return x < 400 ? kWhite : kMagenta;
-  });
+  const std::vector<std::uint8_t> swapped =
+      MakeImage(800, 200, [](int x, int) { return x < 400 ? kWhite : kMagenta; });
   ASSERT_TRUE(right.ShowImageFromPixels(swapped, 800, 200, 2));
-  Settle(right);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 100, kMagenta));
-
+  ExpectScreen(right, {{100, 100, kMagenta}});
   // Without the crop the window shows the whole image again.
   right.ClearCropRect();
-  Settle(right);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 100, kWhite));
-  EXPECT_TRUE(ScreenShows(kLeft + 300, kTop + 100, kMagenta));
+  ExpectScreen(right, {{100, 100, kWhite}, {300, 100, kMagenta}});
 }
 
-TEST_F(LiveWindowPixelsTest, CropThatMissesTheContainedImageShowsBlack) {
+TEST(LiveWindowPixelsTest, CropThatMissesTheContainedImageShowsBlack) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Crop miss", kLeft, kTop, 400, 200)}));
   // A square image contained in a 4:1 canvas sits in its middle quarter (0.375 ... 0.625).
-  const std::vector<std::uint8_t> image = MakeImage(100, 100, [](int, int) { return kRed; });
   window.SetCropRect(0.0f, 0.0f, 0.25f, 1.0f, 800, 200);
-  ASSERT_TRUE(window.ShowImageFromPixels(image, 100, 100, 1));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 50, kTop + 100, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 200, kTop + 100, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 350, kTop + 100, kBlack));
-
+  ASSERT_TRUE(window.ShowImageFromPixels(Solid(100, 100, kRed), 100, 100, 1));
+  ExpectScreen(window, {{50, 100, kBlack}, {200, 100, kBlack}, {350, 100, kBlack}});
   // The middle half of the canvas holds it: the image fills the middle half of the window.
   window.SetCropRect(0.25f, 0.0f, 0.5f, 1.0f, 800, 200);
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 50, kTop + 100, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 200, kTop + 100, kRed));
-  EXPECT_TRUE(ScreenShows(kLeft + 350, kTop + 100, kBlack));
+  ExpectScreen(window, {{50, 100, kBlack}, {200, 100, kRed}, {350, 100, kBlack}});
 }
 
-TEST_F(LiveWindowPixelsTest, BlankShowsBlackUntilUnblanked) {
+TEST(LiveWindowPixelsTest, BlankAndClearedContentShowBlack) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Blank pixels", kLeft, kTop, 200, 100)}));
-  ASSERT_TRUE(window.ShowImageFromPixels(MakeImage(20, 10, [](int, int) { return kGreen; }), 20, 10, 2));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kGreen));
+  const std::vector<std::uint8_t> green = Solid(20, 10, kGreen);
+  ASSERT_TRUE(window.ShowImageFromPixels(green, 20, 10, 2));
+  ExpectScreen(window, {{100, 50, kGreen}});
   window.Blank();
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kBlack));
-  EXPECT_TRUE(ScreenShows(kLeft + 10, kTop + 10, kBlack));
+  ExpectScreen(window, {{100, 50, kBlack}, {10, 10, kBlack}});
   window.Unblank();
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kGreen));
-}
+  ExpectScreen(window, {{100, 50, kGreen}});
 
-TEST_F(LiveWindowPixelsTest, ClearedContentAndFailedUploadsShowBlack) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Cleared", kLeft, kTop, 200, 100)}));
-  const std::vector<std::uint8_t> blue = MakeImage(20, 10, [](int, int) { return kBlue; });
-  ASSERT_TRUE(window.ShowImageFromPixels(blue, 20, 10, 2));
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kBlue));
   window.ClearContent();
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kBlack));
-
-  ASSERT_TRUE(window.ShowImageFromPixels(blue, 20, 10, 2));
-  Settle(window);
+  ExpectScreen(window, {{100, 50, kBlack}});
+  ASSERT_TRUE(window.ShowImageFromPixels(green, 20, 10, 2));
+  ExpectScreen(window, {{100, 50, kGreen}});
   window.ClearImage();  // image mode without an image
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kBlack));
+  ExpectScreen(window, {{100, 50, kBlack}});
 }
 
-TEST_F(LiveWindowPixelsTest, AnimatedImageChangesFramesOnItsDelays) {
+TEST(LiveWindowPixelsTest, AnimatedImageChangesFramesOnItsDelays) {
   auto clock = std::make_shared<ManualClock>();
   NativeLiveWindow window(clock);
   ASSERT_TRUE(Show(window, {Display("Animation", kLeft, kTop, 200, 100)}));
   auto frames = std::make_shared<NativeLiveWindow::FrameList>();
   for (std::uint32_t color : {kRed, kGreen, kBlue}) {
-    frames->push_back(MakeImage(40, 20, [color](int, int) { return color; }));
+    frames->push_back(Solid(40, 20, color));
   }
   clock->steady_ms.store(5000);
   ASSERT_TRUE(window.ShowAnimatedImage(frames, {100, 100, 200}, 40, 20, 2));
-  const int x = kLeft + 100;
-  const int y = kTop + 50;
-
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(x, y, kRed));
-  EXPECT_EQ(window.texture_update_count(), 0u);
-
-  clock->steady_ms.store(5000 + 150);
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(x, y, kGreen));
-  EXPECT_EQ(window.texture_update_count(), 1u);
-
-  clock->steady_ms.store(5000 + 200);  // frame 2 runs from 200 to 400 ms
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(x, y, kBlue));
-  clock->steady_ms.store(5000 + 399);
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(x, y, kBlue));
-  EXPECT_EQ(window.texture_update_count(), 2u);
-
-  clock->steady_ms.store(5000 + 400 + 50);  // the next cycle
-  Settle(window);
-  EXPECT_TRUE(ScreenShows(x, y, kRed));
-  EXPECT_EQ(window.texture_update_count(), 3u);
-
+  // Frame 2 runs from 200 to 400 ms; 450 ms is in the next cycle.
+  const struct {
+    std::int64_t ms;
+    std::uint32_t color;
+    std::uint64_t texture_updates;
+  } steps[] = {{0, kRed, 0}, {150, kGreen, 1}, {200, kBlue, 2}, {399, kBlue, 2}, {450, kRed, 3}};
+  for (const auto& step : steps) {
+    clock->steady_ms.store(5000 + step.ms);
+    ExpectScreen(window, {{100, 50, step.color}});
+    EXPECT_EQ(window.texture_update_count(), step.texture_updates) << step.ms << " ms";
+  }
   // Many frames with an unchanged animation frame rewrite nothing.
   ASSERT_TRUE(WaitForPresents(window, 20));
   EXPECT_EQ(window.texture_update_count(), 3u);
-}
 
-TEST_F(LiveWindowPixelsTest, AnimationWithoutDelaysStaysOnItsFirstFrame) {
-  auto clock = std::make_shared<ManualClock>();
-  NativeLiveWindow window(clock);
-  ASSERT_TRUE(Show(window, {Display("Still animation", kLeft, kTop, 200, 100)}));
-  auto frames = std::make_shared<NativeLiveWindow::FrameList>();
-  frames->push_back(MakeImage(4, 4, [](int, int) { return kYellow; }));
-  frames->push_back(MakeImage(4, 4, [](int, int) { return kCyan; }));
-  ASSERT_TRUE(window.ShowAnimatedImage(frames, {0, 0}, 4, 4, 2));
-  for (std::int64_t ms : {0, 50, 1000, 123456}) {
+  // Without delays an animation stays on its first frame.
+  auto still = std::make_shared<NativeLiveWindow::FrameList>();
+  still->push_back(Solid(4, 4, kYellow));
+  still->push_back(Solid(4, 4, kCyan));
+  ASSERT_TRUE(window.ShowAnimatedImage(still, {0, 0}, 4, 4, 2));
+  for (std::int64_t ms : {0, 50, 123456}) {
     clock->steady_ms.store(ms);
-    Settle(window);
-    EXPECT_TRUE(ScreenShows(kLeft + 100, kTop + 50, kYellow));
+    ExpectScreen(window, {{100, 50, kYellow}});
   }
-  EXPECT_EQ(window.texture_update_count(), 0u);
 }
 
 }  // namespace

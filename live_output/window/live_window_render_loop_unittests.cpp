@@ -30,150 +30,116 @@ TEST(RenderLoopTest, StopKeepsTheWindowAndRestartResumesPresenting) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Stop and restart", 120, 120, 160, 90)}));
   ASSERT_TRUE(WaitForPresents(window, 3));
-
   std::size_t mark = LogText().size();
   window.StopRenderLoop();
+  window.StopRenderLoop();  // again: nothing more
   EXPECT_FALSE(window.render_loop_running());
   EXPECT_TRUE(IsWindow(window.GetHwnd()));
-  const std::uint64_t stopped_at = window.present_count();
   std::string log = LogText().substr(mark);
   EXPECT_EQ(CountOf(log, "INFO  [RENDER] Render loop stopped (window kept open)"), 1u) << log;
   EXPECT_EQ(CountOf(log, "INFO  [RENDER] Render loop ended after "), 1u) << log;
 
-  // Stopping again does nothing and logs nothing.
-  mark = LogText().size();
-  window.StopRenderLoop();
-  EXPECT_EQ(LogText().substr(mark), "");
-  EXPECT_EQ(window.present_count(), stopped_at);
-
   mark = LogText().size();
   window.RestartRenderLoop();
+  window.RestartRenderLoop();  // already running: nothing more
   EXPECT_TRUE(window.render_loop_running());
   ASSERT_TRUE(WaitForPresents(window, 3));
   log = LogText().substr(mark);
   EXPECT_EQ(CountOf(log, "INFO  [RENDER] Render loop restarted"), 1u) << log;
   EXPECT_EQ(CountOf(log, "INFO  [RENDER] Render loop started"), 1u) << log;
 
-  // Restarting a running loop does nothing.
-  mark = LogText().size();
-  window.RestartRenderLoop();
-  EXPECT_EQ(CountOf(LogText().substr(mark), "Render loop restarted"), 0u);
-}
-
-TEST(RenderLoopTest, RestartAfterCloseDoesNothing) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Restart after close", 120, 120, 160, 90)}));
+  // After close there is nothing to restart, and nothing to present a black frame on.
   window.Close();
-  const std::size_t mark = LogText().size();
+  mark = LogText().size();
+  const std::uint64_t closed = window.present_count();
   window.RestartRenderLoop();
+  window.PresentBlackNow();
   EXPECT_FALSE(window.render_loop_running());
   EXPECT_EQ(LogText().substr(mark), "");
+  EXPECT_EQ(window.present_count(), closed);
 }
 
 TEST(RenderLoopTest, HeartbeatEverySixtySecondsOfTicks) {
   auto clock = std::make_shared<ManualClock>();
-  clock->tick_ms.store(0xFFFF0000u);  // the tick count wraps during the test
+  const std::uint32_t start = 0xFFFF0000u;  // the tick count wraps during the test
+  clock->tick_ms.store(start);
   NativeLiveWindow window(clock);
   CapturedStdout output;
   ASSERT_TRUE(Show(window, {Display("Heartbeat", 120, 120, 160, 90)}));
   ASSERT_TRUE(WaitForPresents(window, 3));
-
   const std::regex beat(
-      "Kestrun Native: Render heartbeat: ([0-9]+) frames, ([0-9]+) seconds, ([0-9]+\\.[0-9]) avg FPS\n");
+      "Kestrun Native: Render heartbeat: ([0-9]+) frames, ([0-9]+) seconds, ([0-9]+\\.[0-9]) avg "
+      "FPS\n");
   auto beats = [&] {
     const std::string text = output.Text();
     std::vector<std::smatch> found;
-    for (auto it = std::sregex_iterator(text.begin(), text.end(), beat); it != std::sregex_iterator();
-         ++it) {
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), beat);
+         it != std::sregex_iterator(); ++it) {
       found.push_back(*it);
     }
     return found;
   };
-
-  clock->tick_ms.store(0xFFFF0000u + 59999u);
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  EXPECT_EQ(beats().size(), 0u);
-
-  clock->tick_ms.store(0xFFFF0000u + 60000u);
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  auto found = beats();
-  ASSERT_EQ(found.size(), 1u) << output.Text();
-  EXPECT_EQ(found[0][2].str(), "60");
-  const double frames = std::stod(found[0][1].str());
-  EXPECT_GT(frames, 0.0);
-  char expected_fps[32];
-  std::snprintf(expected_fps, sizeof(expected_fps), "%.1f", frames / 60.0);
-  EXPECT_EQ(found[0][3].str(), expected_fps);
-
-  clock->tick_ms.store(0xFFFF0000u + 119999u);
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  EXPECT_EQ(beats().size(), 1u);
-
-  clock->tick_ms.store(0xFFFF0000u + 120000u);
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  ASSERT_EQ(beats().size(), 2u) << output.Text();
-  EXPECT_EQ(beats()[1][2].str(), "120");
-
   // A clock that jumps back so that no whole second has passed since the start prints 0.0.
-  clock->tick_ms.store(0xFFFF0000u + 500u);
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  found = beats();
-  ASSERT_EQ(found.size(), 3u) << output.Text();
-  EXPECT_EQ(found[2][2].str(), "0");
-  EXPECT_EQ(found[2][3].str(), "0.0");
+  const struct {
+    std::uint32_t after_ms;
+    std::size_t beats;
+    const char* seconds;
+  } steps[] = {{59999, 0, ""}, {60000, 1, "60"}, {119999, 1, ""}, {120000, 2, "120"}, {500, 3, "0"}};
+  for (const auto& step : steps) {
+    clock->tick_ms.store(start + step.after_ms);
+    ASSERT_TRUE(WaitForPresents(window, 3));
+    const auto found = beats();
+    ASSERT_EQ(found.size(), step.beats) << output.Text();
+    if (*step.seconds == '\0') {
+      continue;
+    }
+    const auto& last = found.back();
+    EXPECT_EQ(last[2].str(), step.seconds);
+    const double seconds = std::stod(last[2].str());
+    char expected_fps[32];
+    std::snprintf(expected_fps, sizeof(expected_fps), "%.1f",
+                  seconds != 0 ? std::stod(last[1].str()) / seconds : 0.0);
+    EXPECT_EQ(last[3].str(), expected_fps);
+  }
   window.Close();
 }
 
-// Present results the tests dictate.
+// Present results the test dictates.
 std::atomic<HRESULT> g_present_result{S_OK};
 HRESULT DictatedPresent(HRESULT) { return g_present_result.load(); }
 
-class PresentFailureTest : public ::testing::Test {
- protected:
-  void SetUp() override { g_present_result.store(S_OK); }
-  void TearDown() override { g_present_result.store(S_OK); }
-};
-
-TEST_F(PresentFailureTest, DeviceLossIsReportedOncePerRunOfTheLoop) {
+TEST(PresentFailureTest, DeviceLossIsReportedOncePerRunOfTheLoopOtherFailuresEveryTime) {
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Device loss", 120, 120, 160, 90)}));
-  const std::string lost =
-      "ERROR [D3D11] Device lost during Present on Device loss! HRESULT=0x887A0007, Reason: S_OK - "
-      "No error (0x00000000)";
-  std::size_t mark = LogText().size();
-  g_present_result.store(DXGI_ERROR_DEVICE_RESET);
-  window.SetPresentFilterForTesting(&DictatedPresent);
-  ASSERT_TRUE(WaitForPresents(window, 10));
-  // The loop keeps presenting after the loss, quietly.
-  EXPECT_TRUE(window.render_loop_running());
-  EXPECT_EQ(CountOf(LogText().substr(mark), lost), 1u) << LogText().substr(mark);
-
-  window.StopRenderLoop();
-  window.RestartRenderLoop();
-  ASSERT_TRUE(WaitForPresents(window, 10));
-  EXPECT_EQ(CountOf(LogText().substr(mark), lost), 2u);
-
-  g_present_result.store(DXGI_ERROR_DEVICE_REMOVED);
-  window.StopRenderLoop();
-  window.RestartRenderLoop();
-  ASSERT_TRUE(WaitForPresents(window, 5));
-  EXPECT_EQ(CountOf(LogText().substr(mark), "Device lost during Present on Device loss! HRESULT=0x887A0005"),
-            1u);
-  window.SetPresentFilterForTesting(nullptr);
-}
-
-TEST_F(PresentFailureTest, OtherPresentFailuresWarnEveryTime) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Present warning", 120, 120, 160, 90)}));
+  const std::string lost = "ERROR [D3D11] Device lost during Present on Device loss! HRESULT=";
   const std::size_t mark = LogText().size();
-  g_present_result.store(E_FAIL);
   window.SetPresentFilterForTesting(&DictatedPresent);
+  std::size_t losses = 0;
+  for (HRESULT result : {DXGI_ERROR_DEVICE_RESET, DXGI_ERROR_DEVICE_RESET, DXGI_ERROR_DEVICE_REMOVED}) {
+    window.StopRenderLoop();
+    g_present_result.store(result);
+    window.RestartRenderLoop();
+    ASSERT_TRUE(WaitForPresents(window, 10));
+    // The loop keeps presenting after the loss, quietly: one line per run of the loop.
+    EXPECT_TRUE(window.render_loop_running());
+    EXPECT_EQ(CountOf(LogText().substr(mark), lost), ++losses);
+  }
+  const std::string lines = LogText().substr(mark);
+  EXPECT_EQ(CountOf(lines, lost + "0x887A0007, Reason: S_OK - No error (0x00000000)"), 2u) << lines;
+  EXPECT_EQ(CountOf(lines, lost + "0x887A0005"), 1u) << lines;
+
+  g_present_result.store(E_FAIL);
+  window.StopRenderLoop();
+  const std::size_t warned = LogText().size();
+  window.RestartRenderLoop();
   ASSERT_TRUE(WaitForPresents(window, 6));
   window.StopRenderLoop();
-  const std::string log = LogText().substr(mark);
-  EXPECT_GE(CountOf(log, "WARNING [D3D11] Present failed on Present warning with HRESULT=0x80004005"),
+  const std::string log = LogText().substr(warned);
+  EXPECT_GE(CountOf(log, "WARNING [D3D11] Present failed on Device loss with HRESULT=0x80004005"),
             5u);
   EXPECT_EQ(CountOf(log, "Device lost"), 0u);
+  window.SetPresentFilterForTesting(nullptr);
+  g_present_result.store(S_OK);
 }
 
 // A frame hook that faults: it signals that it ran, then writes through a null pointer.
@@ -201,34 +167,29 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   window.SetFrameHookForTesting(nullptr);
 
   // The frame hook ran with the image lock held: the fault released it, so an upload goes through.
-  const std::vector<std::uint8_t> pixels(8 * 8 * 4, 0x40);
-  EXPECT_TRUE(window.ShowImageFromPixels(pixels, 8, 8, 2));
-  // The other window's loop goes on.
-  EXPECT_TRUE(WaitForPresents(bystander, 3));
+  EXPECT_TRUE(window.ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0x40), 8, 8, 2));
+  EXPECT_TRUE(WaitForPresents(bystander, 3));  // the other window's loop goes on
   // The loop has ended but still counts as running until it is stopped.
   EXPECT_TRUE(window.render_loop_running());
   EXPECT_TRUE(IsWindow(window.GetHwnd()));
   window.StopRenderLoop();
-
-  std::string log = LogText().substr(mark);
-  EXPECT_EQ(CountOf(log, "ERROR [RENDER] CRASH in render loop on Faulting display! Exception code: 0xC0000005"),
+  const std::string log = LogText().substr(mark);
+  EXPECT_EQ(CountOf(log, "ERROR [RENDER] CRASH in render loop on Faulting display! Exception code: "
+                         "0xC0000005"),
             1u)
       << log;
   EXPECT_EQ(CountOf(log, "Render loop ended after "), 1u) << log;
   EXPECT_EQ(CountOf(log, "D3D11 device removed reason"), 0u) << log;
   EXPECT_EQ(CountOf(log, "Bystander display"), 0u) << log;
-  EXPECT_EQ(CountOf(output.Text(), "Kestrun Native: CRASH in render loop! Exception code: 0xC0000005\n"), 1u)
+  EXPECT_EQ(CountOf(output.Text(),
+                    "Kestrun Native: CRASH in render loop! Exception code: 0xC0000005\n"),
+            1u)
       << output.Text();
 
-  // Restart works again, and the window shows the image uploaded after the fault.
-  window.RestartRenderLoop();
-  EXPECT_TRUE(window.render_loop_running());
-  ASSERT_TRUE(WaitForPresents(window, 3));
-  window.StopRenderLoop();
+  // Restart works again.
   window.RestartRenderLoop();
   ASSERT_TRUE(WaitForPresents(window, 3));
-  log = LogText().substr(mark);
-  EXPECT_EQ(CountOf(log, "CRASH in render loop"), 1u);
+  EXPECT_EQ(CountOf(LogText().substr(mark), "CRASH in render loop"), 1u);
   window.Close();
   bystander.Close();
   CloseHandle(g_fault_reached);

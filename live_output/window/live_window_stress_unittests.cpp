@@ -1,4 +1,4 @@
-// Repetition: many shows and closes, and many fades, leave the process's handles and threads where
+// Repetition: shows and closes, and fades, leave the process's handles and threads where
 // they started.
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -31,7 +31,8 @@ void ShowAndClose(const std::vector<std::uint8_t>& pixels) {
 
 TEST(LiveWindowStressTest, ShowCloseCyclesLeaveHandlesAndThreadsAsTheyWere) {
   const std::vector<std::uint8_t> pixels(8 * 8 * 4, 0x7F);
-  // The first cycles load the graphics libraries and make the process-wide class and cursor.
+  // The first cycles load the graphics libraries and make the process-wide class and cursor. A
+  // handle or thread lost per cycle shows after any number of cycles; sixty keep the run short.
   for (int i = 0; i < 3; ++i) {
     ShowAndClose(pixels);
   }
@@ -41,7 +42,7 @@ TEST(LiveWindowStressTest, ShowCloseCyclesLeaveHandlesAndThreadsAsTheyWere) {
   ASSERT_GT(handles, 0u);
   ASSERT_GT(threads, 0u);
 
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < 60; ++i) {
     ShowAndClose(pixels);
     if (HasFatalFailure()) {
       FAIL() << "cycle " << i;
@@ -52,7 +53,7 @@ TEST(LiveWindowStressTest, ShowCloseCyclesLeaveHandlesAndThreadsAsTheyWere) {
   EXPECT_EQ(ProcessThreadCount(), threads);
 }
 
-TEST(LiveWindowStressTest, ThousandFadesLeaveHandlesAndThreadsAsTheyWere) {
+TEST(LiveWindowStressTest, ManyFadesLeaveHandlesAndThreadsAsTheyWere) {
   auto clock = std::make_shared<ManualClock>();
   NativeLiveWindow window(clock);
   ASSERT_TRUE(Show(window, {Display("Fade stress", 1600, 140, 96, 64)}));
@@ -66,7 +67,7 @@ TEST(LiveWindowStressTest, ThousandFadesLeaveHandlesAndThreadsAsTheyWere) {
   std::atomic<int> completed{0};
   int expected = 0;
   std::int64_t now_ms = 0;
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 200; ++i) {
     switch (i % 4) {
       case 0:  // timed; the next fade replaces it, so it never completes
         window.FadeFromBlack(400, [&completed] { completed.fetch_add(1); });
@@ -95,8 +96,8 @@ TEST(LiveWindowStressTest, ThousandFadesLeaveHandlesAndThreadsAsTheyWere) {
   ASSERT_TRUE(WaitForPresents(window, 3));
   PumpPending();
   EXPECT_EQ(window.fade_overlay_window(), overlay);
-  EXPECT_EQ(completed.load(), 750);
-  EXPECT_EQ(expected, 750);
+  EXPECT_EQ(completed.load(), 150);
+  EXPECT_EQ(expected, 150);
   EXPECT_EQ(ProcessHandleCount(), handles);
   EXPECT_EQ(ProcessThreadCount(), threads);
 }

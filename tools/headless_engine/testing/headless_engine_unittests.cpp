@@ -1,5 +1,7 @@
 // The headless engine's parts in-process: the platform task runner, the messenger, the
-// registrars, the engine's frames and its settings. Windows messages are pumped by the test
+// registrar's delegates and window-message names. The engine itself (its properties, frames,
+// main window, shutdown) is seen end to end, in headless_end_to_end_tests and the program's own
+// end-to-end tests. Windows messages are pumped by the test
 // thread, which is the platform thread here.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,12 +17,8 @@
 #include <thread>
 #include <vector>
 
-#include "engine_settings.h"
-#include "headless_engine.h"
 #include "headless_messenger.h"
 #include "headless_registrar.h"
-#include "headless_texture_registrar.h"
-#include "headless_view_controller.h"
 #include "platform_task_runner.h"
 #include "window_message_names.h"
 
@@ -42,13 +40,6 @@ bool PumpUntil(const std::function<bool()>& done) {
     }
   }
   return true;
-}
-
-// Runs the messages queued so far: a task posted now runs after all of them.
-void PumpQueued(PlatformTaskRunner& runner) {
-  bool reached = false;
-  ASSERT_TRUE(runner.Post([&] { reached = true; }));
-  ASSERT_TRUE(PumpUntil([&] { return reached; }));
 }
 
 // ---- Platform task runner ------------------------------------------------------------------------
@@ -247,26 +238,6 @@ TEST_F(MessengerTest, AChannelWithoutHandlerIsAnsweredEmptyAtOnce) {
   EXPECT_EQ(outlet_->responses()[1].token, 8u);
 }
 
-TEST_F(MessengerTest, AReplyFromAnotherThreadUnderTheLockIsForwarded) {
-  HandlerLog log;
-  messenger_->SetCallback("a", &RecordingHandler, &log);
-  messenger_->Deliver("a", {1}, 3);
-  ASSERT_EQ(log.handles.size(), 1u);
-  DWORD worker_thread = 0;
-  std::thread worker([&] {
-    worker_thread = GetCurrentThreadId();
-    messenger_->Lock();
-    if (messenger_->IsAvailable()) {
-      const uint8_t reply[] = {5};
-      messenger_->SendResponse(log.handles[0], reply, 1);
-    }
-    messenger_->Unlock();
-  });
-  worker.join();
-  ASSERT_EQ(outlet_->responses().size(), 1u);
-  EXPECT_EQ(outlet_->responses()[0].thread, worker_thread);
-}
-
 TEST_F(MessengerTest, AfterShutdownNothingGoesThroughAndAHeldReferenceStaysUsable) {
   HandlerLog log;
   messenger_->SetCallback("a", &RecordingHandler, &log);
@@ -288,30 +259,6 @@ TEST_F(MessengerTest, AfterShutdownNothingGoesThroughAndAHeldReferenceStaysUsabl
   held->Release();
 }
 
-void CountingReply(const uint8_t* data, size_t size, void* user_data) {
-  auto* replies = static_cast<std::vector<std::pair<size_t, DWORD>>*>(user_data);
-  replies->emplace_back(data == nullptr ? size : size + 1000, GetCurrentThreadId());
-}
-
-TEST_F(MessengerTest, HostMessagesReachTheOutletAndAwaitedRepliesComeEmptyOnThePlatformThread) {
-  std::vector<std::pair<size_t, DWORD>> replies;
-  const uint8_t bytes[] = {1, 2};
-  std::thread sender([&] {
-    EXPECT_TRUE(messenger_->Send("up", bytes, 2, nullptr, nullptr));
-    EXPECT_TRUE(messenger_->Send("up", bytes, 2, &CountingReply, &replies));
-  });
-  sender.join();
-  const std::vector<RecordingOutlet::HostMessage> sent = outlet_->host_messages();
-  ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(sent[0].channel, "up");
-  EXPECT_EQ(sent[0].bytes, (std::vector<uint8_t>{1, 2}));
-  EXPECT_FALSE(sent[0].awaits_reply);
-  EXPECT_TRUE(sent[1].awaits_reply);
-  ASSERT_TRUE(PumpUntil([&] { return !replies.empty(); }));
-  EXPECT_EQ(replies[0].first, 0u);  // an empty reply: not implemented
-  EXPECT_EQ(replies[0].second, GetCurrentThreadId());
-}
-
 // ---- Registrar ------------------------------------------------------------------------------------
 
 std::vector<std::string> g_delegate_calls;
@@ -331,14 +278,6 @@ bool DelegateB(HWND, UINT message, WPARAM, LPARAM, void*, LRESULT* result) {
     *result = 2;
     return true;
   }
-  return false;
-}
-
-HeadlessRegistrar* g_registrar_under_test = nullptr;
-
-bool UnregistersB(HWND, UINT, WPARAM, LPARAM, void*, LRESULT*) {
-  g_delegate_calls.push_back("U");
-  g_registrar_under_test->UnregisterTopLevelDelegate(&DelegateB);
   return false;
 }
 
@@ -365,222 +304,20 @@ TEST(RegistrarTest, DelegatesRunInRegistrationOrderUntilOneHandlesTheMessage) {
   EXPECT_EQ(registrar.delegate_count(), 1u);
 }
 
-TEST(RegistrarTest, ADelegateUnregisteredDuringDispatchIsNotCalled) {
-  g_delegate_calls.clear();
-  HeadlessRegistrar registrar(nullptr);
-  g_registrar_under_test = &registrar;
-  registrar.RegisterTopLevelDelegate(&UnregistersB, nullptr);
-  registrar.RegisterTopLevelDelegate(&DelegateB, nullptr);
-  LRESULT result = 0;
-  EXPECT_FALSE(registrar.DispatchTopLevelMessage(nullptr, WM_APP, 0, 0, &result));
-  EXPECT_THAT(g_delegate_calls, ElementsAre("U"));
-  g_registrar_under_test = nullptr;
-}
-
-std::vector<std::string> g_destroyed;
-void DestroyedOne(FlutterDesktopPluginRegistrarRef) { g_destroyed.push_back("one"); }
-void DestroyedTwo(FlutterDesktopPluginRegistrarRef) { g_destroyed.push_back("two"); }
-
-TEST(RegistrarTest, EachDestructionHandlerRunsOnce) {
-  g_destroyed.clear();
-  HeadlessRegistrar registrar(nullptr);
-  registrar.SetDestructionHandler(&DestroyedOne);
-  registrar.SetDestructionHandler(&DestroyedTwo);
-  registrar.SetDestructionHandler(&DestroyedOne);  // the same library's handler again
-  registrar.RunDestructionHandlers();
-  registrar.RunDestructionHandlers();
-  EXPECT_THAT(g_destroyed, ElementsAre("one", "two"));
-}
-
-// ---- Texture registrar ----------------------------------------------------------------------------
-
-const FlutterDesktopPixelBuffer* NoPixels(size_t, size_t, void*) { return nullptr; }
-
-void CountCall(void* user_data) { ++*static_cast<int*>(user_data); }
-
-TEST(TextureRegistrarTest, RegistersMarksAndUnregistersWithACallback) {
-  std::shared_ptr<PlatformTaskRunner> runner = PlatformTaskRunner::Create();
-  ASSERT_TRUE(runner);
-  HeadlessTextureRegistrar textures(runner);
-  FlutterDesktopTextureInfo info = {};
-  info.type = kFlutterDesktopPixelBufferTexture;
-  info.pixel_buffer_config.callback = &NoPixels;
-  const int64_t first = textures.Register(&info);
-  const int64_t second = textures.Register(&info);
-  EXPECT_GT(first, 0);
-  EXPECT_NE(first, second);
-  info.type = static_cast<FlutterDesktopTextureType>(7);
-  EXPECT_EQ(textures.Register(&info), -1);
-  EXPECT_EQ(textures.Register(nullptr), -1);
-
-  EXPECT_TRUE(textures.MarkFrameAvailable(first));
-  EXPECT_FALSE(textures.MarkFrameAvailable(12345));
-
-  int unregistered = 0;
-  textures.Unregister(first, &CountCall, &unregistered);
-  EXPECT_EQ(unregistered, 0);  // later, on the platform thread
-  EXPECT_FALSE(textures.MarkFrameAvailable(first));
-  ASSERT_TRUE(PumpUntil([&] { return unregistered == 1; }));
-
-  // One still due when the engine shuts down runs then.
-  runner->Shutdown();
-  textures.Unregister(second, &CountCall, &unregistered);
-  textures.Shutdown();
-  EXPECT_EQ(unregistered, 2);
-  EXPECT_EQ(textures.texture_count(), 0u);
-}
-
-// ---- Engine and view ------------------------------------------------------------------------------
-
-void CountFrame(void* user_data) { ++*static_cast<int*>(user_data); }
-
-class EngineTest : public ::testing::Test {
- protected:
-  void SetUp() override { SetEnvironmentVariableW(L"KESTRUN_HEADLESS_CONTROL", nullptr); }
-  void TearDown() override {
-    SetEnvironmentVariableW(L"KESTRUN_HEADLESS_HOLD_FRAMES", nullptr);
-    SetEnvironmentVariableW(L"KESTRUN_HEADLESS_FAIL", nullptr);
-  }
-
-  static std::unique_ptr<HeadlessEngine> CreateEngine(std::vector<const char*> arguments = {}) {
-    FlutterDesktopEngineProperties properties = {};
-    properties.assets_path = L"data\\flutter_assets";
-    properties.icu_data_path = L"data\\icudtl.dat";
-    properties.aot_library_path = L"data\\app.so";
-    properties.dart_entrypoint_argc = static_cast<int>(arguments.size());
-    properties.dart_entrypoint_argv = arguments.empty() ? nullptr : arguments.data();
-    return HeadlessEngine::Create(properties);
-  }
-};
-
-TEST_F(EngineTest, CopiesItsPropertiesAndRefusesAConflictingEntryPoint) {
-  std::string argument = "--first";
-  std::unique_ptr<HeadlessEngine> engine = CreateEngine({argument.c_str(), "\xC3\xA9"});
-  ASSERT_TRUE(engine);
-  argument = "changed";  // copied at creation
-  JsonValue description = engine->DescribeEngine();
-  EXPECT_EQ(description["assetsPath"].AsString(), "data\\flutter_assets");
-  EXPECT_EQ(description["aotLibraryPath"].AsString(), "data\\app.so");
-  ASSERT_EQ(description["arguments"].size(), 2u);
-  EXPECT_EQ(description["arguments"].AsArray()[0].AsString(), "--first");
-  EXPECT_EQ(description["arguments"].AsArray()[1].AsString(), "\xC3\xA9");
-  EXPECT_TRUE(engine->Run("main"));
-  EXPECT_FALSE(engine->Run("main"));  // once only
-}
-
-TEST_F(EngineTest, InjectedFailuresFailTheirCreation) {
-  SetEnvironmentVariableW(L"KESTRUN_HEADLESS_FAIL", L"engine");
-  EXPECT_FALSE(CreateEngine());
-  SetEnvironmentVariableW(L"KESTRUN_HEADLESS_FAIL", L"view_controller");
-  std::unique_ptr<HeadlessEngine> engine = CreateEngine();
-  ASSERT_TRUE(engine);
-  EXPECT_FALSE(HeadlessViewController::Create(100, 100, std::move(engine), nullptr));
-}
-
-TEST_F(EngineTest, TheNextFrameCallbackRunsOnceAfterAFrameOfTheHiddenView) {
-  std::unique_ptr<HeadlessViewController> controller =
-      HeadlessViewController::Create(320, 200, CreateEngine(), nullptr);
-  ASSERT_TRUE(controller);
-  HeadlessEngine* engine = controller->engine();
-  EXPECT_TRUE(engine->running());
-  RECT view_rect = {};
-  GetClientRect(controller->view()->window(), &view_rect);
-  EXPECT_EQ(view_rect.right, 320);
-  EXPECT_EQ(view_rect.bottom, 200);
-  EXPECT_EQ(engine->MainWindow(), nullptr);  // still parked
-
-  int frames = 0;
-  engine->SetNextFrameCallback(&CountFrame, &frames);
-  EXPECT_EQ(frames, 0);  // never from inside the request
-  ASSERT_TRUE(PumpUntil([&] { return frames == 1; }));
-  // Later frames do not run it again.
-  engine->ForceRedraw();
-  PumpQueued(*std::shared_ptr<PlatformTaskRunner>(PlatformTaskRunner::Create()));
-  EXPECT_EQ(frames, 1);
-}
-
-TEST_F(EngineTest, HeldFramesRunNoCallbackUntilReleased) {
-  SetEnvironmentVariableW(L"KESTRUN_HEADLESS_HOLD_FRAMES", L"1");
-  std::unique_ptr<HeadlessViewController> controller =
-      HeadlessViewController::Create(320, 200, CreateEngine(), nullptr);
-  ASSERT_TRUE(controller);
-  HeadlessEngine* engine = controller->engine();
-  int frames = 0;
-  engine->SetNextFrameCallback(&CountFrame, &frames);
-  engine->ForceRedraw();
-  std::shared_ptr<PlatformTaskRunner> probe = PlatformTaskRunner::Create();
-  PumpQueued(*probe);
-  PumpQueued(*probe);
-  EXPECT_EQ(frames, 0);
-  EXPECT_TRUE(engine->DescribeEngine()["framesHeld"].AsBool());
-  engine->ReleaseFrame();
-  ASSERT_TRUE(PumpUntil([&] { return frames == 1; }));
-  probe->Shutdown();
-}
-
-TEST_F(EngineTest, TheMainWindowIsTheTopLevelWindowTheViewWasMovedInto) {
-  std::unique_ptr<HeadlessViewController> controller =
-      HeadlessViewController::Create(100, 80, CreateEngine(), nullptr);
-  ASSERT_TRUE(controller);
-  HWND host = CreateWindowExW(0, L"STATIC", L"host", WS_OVERLAPPEDWINDOW, 0, 0, 200, 200, nullptr,
-                              nullptr, GetModuleHandleW(nullptr), nullptr);
-  ASSERT_NE(host, nullptr);
-  SetParent(controller->view()->window(), host);
-  EXPECT_EQ(controller->engine()->MainWindow(), host);
-  // The host destroying its window takes the view with it; the controller copes.
-  DestroyWindow(host);
-  EXPECT_EQ(controller->view()->window(), nullptr);
-  EXPECT_EQ(controller->engine()->MainWindow(), nullptr);
-  controller.reset();
-}
-
-std::vector<std::string> g_engine_events;
-void RecordEngineDestroyed(FlutterDesktopPluginRegistrarRef) {
-  g_engine_events.push_back("registrar destroyed");
-}
-
-TEST_F(EngineTest, DestroyingTheEngineEndsPluginsThenTheMessenger) {
-  g_engine_events.clear();
-  std::unique_ptr<HeadlessEngine> engine = CreateEngine();
-  ASSERT_TRUE(engine);
-  engine->registrar()->SetDestructionHandler(&RecordEngineDestroyed);
-  HeadlessMessenger* messenger = engine->messenger();
-  messenger->AddRef();
-  engine.reset();
-  EXPECT_THAT(g_engine_events, ElementsAre("registrar destroyed"));
-  EXPECT_FALSE(messenger->IsAvailable());
-  messenger->Release();
-}
-
-// ---- Settings and names ---------------------------------------------------------------------------
-
-TEST(EngineSettingsTest, ReadsTheEnvironmentValues) {
-  EngineSettings none = EngineSettings::FromValues(nullptr, nullptr, nullptr);
-  EXPECT_TRUE(none.control_address.empty());
-  EXPECT_FALSE(none.hold_frames);
-  EXPECT_EQ(none.failure, EngineSettings::Failure::kNone);
-  EngineSettings all = EngineSettings::FromValues("127.0.0.1:5000", "1", "view_controller");
-  EXPECT_EQ(all.control_address, "127.0.0.1:5000");
-  EXPECT_TRUE(all.hold_frames);
-  EXPECT_EQ(all.failure, EngineSettings::Failure::kViewController);
-  EXPECT_FALSE(EngineSettings::FromValues(nullptr, "0", nullptr).hold_frames);
-  EXPECT_EQ(EngineSettings::FromValues(nullptr, nullptr, "bogus").failure,
-            EngineSettings::Failure::kNone);
-}
+// ---- Window message names ---------------------------------------------------------------------------
 
 TEST(WindowMessageNamesTest, NamesAndNumbers) {
-  EXPECT_EQ(WindowMessageFromText("WM_CLOSE"), 0x10u);
-  EXPECT_EQ(WindowMessageFromText("WM_QUERYENDSESSION"), 0x11u);
-  EXPECT_EQ(WindowMessageFromText("WM_ENDSESSION"), 0x16u);
-  EXPECT_EQ(WindowMessageFromText("WM_WTSSESSION_CHANGE"), 0x2B1u);
-  EXPECT_EQ(WindowMessageFromText("WM_DISPLAYCHANGE"), 0x7Eu);
-  EXPECT_EQ(WindowMessageFromText("WM_SETTINGCHANGE"), 0x1Au);
-  EXPECT_EQ(WindowMessageFromText("32768"), 0x8000u);
-  EXPECT_EQ(WindowMessageFromText("0x2b1"), 0x2B1u);
-  EXPECT_FALSE(WindowMessageFromText("wm_close"));
-  EXPECT_FALSE(WindowMessageFromText("0x10000"));
-  EXPECT_FALSE(WindowMessageFromText("12abc"));
-  EXPECT_FALSE(WindowMessageFromText(""));
+  const struct {
+    const char* text;
+    unsigned number;  // 0: refused
+  } cases[] = {{"WM_CLOSE", 0x10},        {"WM_QUERYENDSESSION", 0x11}, {"WM_ENDSESSION", 0x16},
+               {"WM_WTSSESSION_CHANGE", 0x2B1}, {"WM_DISPLAYCHANGE", 0x7E},
+               {"WM_SETTINGCHANGE", 0x1A}, {"32768", 0x8000},            {"0x2b1", 0x2B1},
+               {"wm_close", 0},           {"0x10000", 0},                {"12abc", 0},
+               {"", 0}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(WindowMessageFromText(c.text).value_or(0), c.number) << c.text;
+  }
   EXPECT_EQ(WindowMessageName(0x7E), "WM_DISPLAYCHANGE");
   EXPECT_EQ(WindowMessageName(0x1234), "0x1234");
 }
