@@ -104,7 +104,10 @@ bool ImageDecoder::OpenDecoder(const std::string& path, ComPtr<IWICBitmapDecoder
     ReportFailure("CreateDecoderFromFilename", hr);
     return false;
   }
-  return true;
+  if (wrap_decoder_) {
+    *decoder = wrap_decoder_(decoder->Get());
+  }
+  return decoder->Get() != nullptr;
 }
 
 bool ImageDecoder::CopyBgra(IWICBitmapSource* source, UINT width, UINT height,

@@ -20,7 +20,9 @@
 #include <wrl/client.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "live_output/images/image_decoder_records.h"
@@ -50,6 +52,13 @@ class ImageDecoder {
   const DecodedImage& decoded_image() const { return decoded_; }
   const AnimatedImage& animated_image() const { return animated_; }
 
+  // Every WIC decoder opened from now on is handed to wrap, and the file is read through what it
+  // returns. Lets tests fail a step that no file they can write makes WIC fail (a later frame
+  // that cannot be read).
+  using DecoderWrapper =
+      std::function<Microsoft::WRL::ComPtr<IWICBitmapDecoder>(IWICBitmapDecoder* opened)>;
+  void SetDecoderWrapperForTesting(DecoderWrapper wrap) { wrap_decoder_ = std::move(wrap); }
+
   // How many times each decoder opened a file; cache hits do not count.
   std::uint64_t static_decode_count() const { return static_decode_count_; }
   std::uint64_t animated_decode_count() const { return animated_decode_count_; }
@@ -66,6 +75,7 @@ class ImageDecoder {
 
   Logger& logger_;
   Microsoft::WRL::ComPtr<IWICImagingFactory> factory_;
+  DecoderWrapper wrap_decoder_;
   DecodedImage decoded_;
   AnimatedImage animated_;
   std::uint64_t static_decode_count_ = 0;

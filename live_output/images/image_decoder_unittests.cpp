@@ -1,6 +1,7 @@
 // The WIC decoders against files the tests write themselves: exact pixels of PNG files, JPEG
 // approximately, GIF animations composed with their offsets, disposal methods, transparency and
-// delays, the per-path caches, the memory budget and its warning, and files that cannot be read.
+// delays, the per-path caches, the memory budget and its warning, files that cannot be read, and
+// animations whose later frame cannot be read.
 #include <windows.h>
 
 #include <gmock/gmock.h>
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "live_output/test_support/failing_frame_wic_decoder.h"
 #include "live_output/test_support/gif_test_file_writer.h"
 #include "live_output/images/image_decoder.h"
 #include "live_output/test_support/image_decoder_test_files.h"
@@ -308,6 +310,42 @@ TEST_F(ImageDecoderBudgetTest, OverBudgetAnimationWarnsOnceAndFallsBackToTheFirs
   ASSERT_TRUE(decoder_->DecodeImage(path));
   EXPECT_EQ(decoder_->decoded_image().width, 1u);
   EXPECT_EQ(PixelAt(decoder_->decoded_image().pixels, 1, 0, 0), kRed);
+}
+
+// --- A later frame that cannot be read ---
+
+// However many frames were read before it, a frame that cannot be read fails the whole animation
+// without a log line, and the first frame is still there to be shown as a still image.
+TEST_F(ImageDecoderBudgetTest, UnreadableLaterFrameFailsTheAnimationSilently) {
+  const std::string path = WriteGif("damaged.gif", 4, 4,
+                                    {GifTestFileWriter::SolidFrame(0, 0, 4, 4, kRed),
+                                     GifTestFileWriter::SolidFrame(0, 0, 4, 4, kGreen),
+                                     GifTestFileWriter::SolidFrame(0, 0, 4, 4, kBlue)});
+  struct Case {
+    UINT frame;
+    FrameFailure failure;
+  };
+  const Case cases[] = {{1, FrameFailure::kGetFrame},
+                        {2, FrameFailure::kGetFrame},
+                        {1, FrameFailure::kCopyPixels},
+                        {2, FrameFailure::kCopyPixels}};
+  const std::string log_before = LogText();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "frame " << c.frame << " failing at "
+                                      << (c.failure == FrameFailure::kGetFrame ? "GetFrame"
+                                                                               : "CopyPixels"));
+    decoder_ = std::make_unique<ImageDecoder>(*logger_);
+    decoder_->SetDecoderWrapperForTesting([&c](IWICBitmapDecoder* opened) {
+      return WrapWithFailingFrame(opened, c.frame, c.failure);
+    });
+    EXPECT_FALSE(decoder_->DecodeAnimatedGif(path));
+    EXPECT_TRUE(decoder_->animated_image().path.empty());
+    EXPECT_FALSE(decoder_->animated_image().frames);
+    ASSERT_TRUE(decoder_->DecodeImage(path));
+    ExpectCanvas(decoder_->decoded_image().pixels, 4, 4,
+                 [](std::uint32_t, std::uint32_t) { return kRed; });
+  }
+  EXPECT_EQ(LogText(), log_before);
 }
 
 // --- Caches ---
