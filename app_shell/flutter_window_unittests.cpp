@@ -189,6 +189,7 @@ TEST_F(FlutterWindowTest, RegistersThePackagedPluginsInOrderWithTheEnginesRegist
   }
   EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/native_window"));
   EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/distribution"));
+  EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/native_webview"));
   EXPECT_NE(DesktopMultiWindowTestingCallback(), nullptr);
 }
 
@@ -277,6 +278,9 @@ TEST_F(FlutterWindowTest, SecondaryWindowGetsTheReducedPluginSetOnItsOwnEngine) 
   EXPECT_EQ(Registrations(messenger_).size(), main_records);
   EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_window"));
   EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/distribution"));
+  // Of the program's own plugins only the web view plugin.
+  EXPECT_TRUE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_webview"));
+  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "com.kestrun.native_live_window"));
 }
 
 TEST_F(FlutterWindowTest, WindowsTheMultiWindowPluginCreatesAreHandledToo) {

@@ -169,6 +169,8 @@ TEST_F(KestrunProcessTest, RegistersThePackagedPluginsInOrderThenItsOwn) {
   EXPECT_EQ(displays.kind, ReplyKind::kSuccess) << displays.failure << displays.error_code;
   const kestrun_headless::Reply live = session_.Invoke("com.kestrun.native_live_window", "closeAll");
   EXPECT_EQ(live.kind, ReplyKind::kSuccess) << live.failure << live.error_code;
+  const kestrun_headless::Reply web = session_.Invoke("kestrun/native_webview", "reload");
+  EXPECT_EQ(web.error_code, "NOT_INITIALIZED") << web.failure;
 }
 
 TEST_F(KestrunProcessTest, ChannelsAnswerTheInterface) {

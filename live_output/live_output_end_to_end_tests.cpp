@@ -262,8 +262,7 @@ TEST_F(LiveOutputProgramTest, BadArgumentsAreAnsweredWithTheirErrors) {
                            Map({{"displayId", EncodableValue("nobody")},
                                 {"path", EncodableValue(files_->Path("none.png"))}})),
                       "NOT_SHOWING", "Window for display is not showing"));
-  // Web pages and video come later.
-  EXPECT_EQ(Call("loadWebpageForDisplay", Id("left")).kind, ReplyKind::kNotImplemented);
+  // Video comes later.
   EXPECT_EQ(Call("setVideoOpacity", Id("left")).kind, ReplyKind::kNotImplemented);
   // The program is still there and answers.
   EXPECT_TRUE(Succeeded(Call("blankAll")));

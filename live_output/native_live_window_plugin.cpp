@@ -143,9 +143,11 @@ const std::map<std::string, NativeLiveWindowPlugin::Handler>& NativeLiveWindowPl
       {"stopImageForDisplay", &NativeLiveWindowPlugin::StopImageForDisplay},
       {"setCropRectForDisplay", &NativeLiveWindowPlugin::SetCropRectForDisplay},
       {"clearCropRectForDisplay", &NativeLiveWindowPlugin::ClearCropRectForDisplay},
-      // Not handled yet, and so answered "not implemented" like any unknown name, until web
-      // pages and video reach the output windows. Their rows join this table:
-      //   pages: "loadWebpageForDisplay", "reloadWebpageForDisplay", "stopWebpageForDisplay";
+      {"loadWebpageForDisplay", &NativeLiveWindowPlugin::LoadWebpageForDisplay},
+      {"reloadWebpageForDisplay", &NativeLiveWindowPlugin::ReloadWebpageForDisplay},
+      {"stopWebpageForDisplay", &NativeLiveWindowPlugin::StopWebpageForDisplay},
+      // Not handled yet, and so answered "not implemented" like any unknown name, until video
+      // reaches the output windows. Its rows join this table:
       //   video: "setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
       //          "seekToForDisplay", "seekToAll", "setVideoPausedForDisplay",
       //          "setVideoPausedAll", "setVideoOpacity".

@@ -328,8 +328,7 @@ TEST(LiveWindowPluginRegistrationTest, CEntryRegistersTheChannelAndTheCallbackWi
 
 TEST_F(LiveWindowPluginTest, UnknownAndNotYetHandledMethodsAreNotImplemented) {
   for (const char* method :
-       {"noSuchMethod", "ShowForDisplay", "loadWebpageForDisplay", "reloadWebpageForDisplay",
-        "stopWebpageForDisplay", "setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
+       {"noSuchMethod", "ShowForDisplay", "LoadWebpageForDisplay", "setVideoTopology", "setVolumeForDisplay", "getPositionForDisplay",
         "seekToForDisplay", "seekToAll", "setVideoPausedForDisplay", "setVideoPausedAll",
         "setVideoOpacity"}) {
     const Outcome outcome = Call(method, Id("d1"));

@@ -62,7 +62,11 @@ struct NativeLiveWindow::LoopState {
 NativeLiveWindow::NativeLiveWindow() : NativeLiveWindow(LiveWindowClock::System()) {}
 
 NativeLiveWindow::NativeLiveWindow(std::shared_ptr<const LiveWindowClock> clock)
-    : clock_(clock ? std::move(clock) : LiveWindowClock::System()), fade_(clock_) {}
+    : clock_(clock ? std::move(clock) : LiveWindowClock::System()),
+      webpage_(content_mode_, WebpagePresenter::Host{[this] { return hwnd_; },
+                                                       [this] { ClearContent(); },
+                                                       [this] { return fade_.blanked(); }}),
+      fade_(clock_) {}
 
 NativeLiveWindow::~NativeLiveWindow() {
   if (hwnd_ != nullptr || running_.load() || render_thread_.joinable()) {
@@ -236,8 +240,8 @@ void NativeLiveWindow::ReleaseD3D() {
 }
 
 void NativeLiveWindow::Close() {
-  // Web views: once pages are shown, their process-failed handler is cleared here under
-  // webview_mutex_, so that no late browser event reaches a closing window.
+  // No late browser-process event reaches a closing window.
+  webpage_.WindowClosing();
   if (hwnd_ != nullptr) {
     KillTimer(hwnd_, kCursorTimerId);
   }
@@ -327,7 +331,7 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
     ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(), width, height);
 
     fade_.Resize(width, height);
-    // Web views: once pages are shown, the page is resized here under webview_mutex_.
+    webpage_.Resize(width, height);
     log.Info("RESIZE", "Window resized to %dx%d", static_cast<int>(width),
              static_cast<int>(height));
   }
@@ -575,21 +579,15 @@ void NativeLiveWindow::SetCropRect(float x, float y, float w, float h, std::int3
 void NativeLiveWindow::ClearCropRect() { image_.ClearCrop(); }
 
 // ---------------------------------------------------------------------------------------------
-// Webpages (not shown yet)
+// Webpages
 
 bool NativeLiveWindow::LoadWebpage(const std::string& url, bool is_local_file) {
-  Logger::Instance().Warning("WEBVIEW", "LoadWebpage is not available (url=%s, local=%d)",
-                             url.c_str(), is_local_file ? 1 : 0);
-  return false;
+  return webpage_.Load(url, is_local_file);
 }
 
-bool NativeLiveWindow::ReloadWebpage() { return false; }
+bool NativeLiveWindow::ReloadWebpage() { return webpage_.Reload(); }
 
-void NativeLiveWindow::StopWebpage() {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  std::int32_t expected = kContentWebpage;
-  content_mode_.compare_exchange_strong(expected, kContentNone);
-}
+void NativeLiveWindow::StopWebpage() { webpage_.Stop(); }
 
 // ---------------------------------------------------------------------------------------------
 // Fades and blanking
@@ -604,12 +602,12 @@ void NativeLiveWindow::FadeFromBlack(std::int32_t duration_ms, FadeCallback call
 
 void NativeLiveWindow::Blank() {
   fade_.SetBlank(true);
-  // Web views: once pages are shown, the page is hidden here under webview_mutex_.
+  webpage_.Hide();
 }
 
 void NativeLiveWindow::Unblank() {
   fade_.SetBlank(false);
-  // Web views: once pages are shown, a page revealed for the current load is shown again here.
+  webpage_.RevealIfLoaded();
 }
 
 void NativeLiveWindow::PresentBlackNow() {

@@ -381,16 +381,6 @@ TEST_F(NativeLiveWindowTest, BadImagesAreRefusedWithoutChangingTheMode) {
   EXPECT_EQ(frames.use_count(), 1);
 }
 
-TEST_F(NativeLiveWindowTest, WebpagesAreNotShownYet) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Pages", 90, 90, 160, 90)}));
-  EXPECT_FALSE(window.LoadWebpage("https://example.com/", false));
-  EXPECT_FALSE(window.ReloadWebpage());
-  window.StopWebpage();
-  EXPECT_EQ(window.content_mode(), kContentNone);
-  EXPECT_TRUE(IsWindow(window.GetHwnd()));
-}
-
 // ---------------------------------------------------------------------------------------------
 // Fades and blanking through the window
 
