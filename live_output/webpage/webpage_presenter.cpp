@@ -178,6 +178,16 @@ void WebpagePresenter::Stop() {
                           static_cast<unsigned>(load_generation_));
 }
 
+void WebpagePresenter::StopForImage() {
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (!webview_ && !load_pending_ && current_url_.empty()) {
+      return;
+    }
+  }
+  Stop();
+}
+
 void WebpagePresenter::Resize(std::int32_t width, std::int32_t height) {
   std::lock_guard<RecursiveLock> lock(webview_mutex_);
   if (webview_) {

@@ -52,6 +52,9 @@ class WebpagePresenter {
   bool Reload();
   // Hides the page and makes every callback of its load stale. The browser is kept.
   void Stop();
+  // An image is about to be shown: Stop, unless this window never had a browser (then there is
+  // nothing to end, and the image path stays free of the log).
+  void StopForImage();
 
   // The window's client area changed.
   void Resize(std::int32_t width, std::int32_t height);

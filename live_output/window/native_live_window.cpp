@@ -532,7 +532,7 @@ bool NativeLiveWindow::ShowImageFromPixels(const std::vector<std::uint8_t>& pixe
   }
   // Showing an image always ends a page. Done before the image lock is taken, so that the two
   // locks are never held together.
-  StopWebpage();
+  webpage_.StopForImage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), pixels.data(), width, height, fit_mode)) {
     return false;
@@ -552,7 +552,7 @@ bool NativeLiveWindow::ShowAnimatedImage(std::shared_ptr<const FrameList> frames
   if (!CheckUploadable(frames->front(), width, height)) {
     return false;
   }
-  StopWebpage();
+  webpage_.StopForImage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), frames->front().data(), width, height, fit_mode)) {
     return false;

@@ -987,7 +987,9 @@ BOOL WebView2Standin_GetView(int number, WebView2StandinView* state) {
   state->navigations = view.navigations;
   state->reloads = view.reloads;
   state->handlers = view.handler_count();
-  wcsncpy(state->url, view.url.c_str(), 1023);
+  const std::size_t length = view.url.size() < 1023 ? view.url.size() : 1023;
+  std::memcpy(state->url, view.url.c_str(), length * sizeof(wchar_t));
+  state->url[length] = L'\0';
   return TRUE;
 }
 
