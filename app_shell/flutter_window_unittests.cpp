@@ -185,6 +185,7 @@ TEST_F(FlutterWindowTest, CloseAndSessionMessagesBecomeEventsThatPluginsNeverSee
     EXPECT_EQ(registration.registrar, AsInteger(FlutterTestRegistrarOf(engine_)));
   }
   EXPECT_EQ(PluginNames(Registrations(messenger_)), kMainWindowPackagedPlugins);
+  EXPECT_TRUE(FlutterTestHasHandler(messenger_, "kestrun/native_webview"));
   // A plugin's top-level delegate on the same engine: it sees what reaches the engine.
   flutter::PluginRegistrarWindows plugin_registrar(FlutterTestRegistrarOf(engine_));
   std::vector<UINT> seen;
@@ -264,6 +265,9 @@ TEST_F(FlutterWindowTest, SecondaryWindowGetsTheReducedPluginSetOnItsOwnEngine) 
   EXPECT_EQ(Registrations(messenger_).size(), main_records);
   EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_window"));
   EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "kestrun/distribution"));
+  // Of the program's own plugins only the web view plugin.
+  EXPECT_TRUE(FlutterTestHasHandler(secondary_messenger, "kestrun/native_webview"));
+  EXPECT_FALSE(FlutterTestHasHandler(secondary_messenger, "com.kestrun.native_live_window"));
 }
 
 }  // namespace

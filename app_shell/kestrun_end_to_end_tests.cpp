@@ -186,6 +186,11 @@ TEST_F(KestrunProcessTest, ShowsAtItsFirstFrameAndAnswersTheInterface) {
     EXPECT_EQ(reply.kind, ReplyKind::kSuccess) << channel << ": " << reply.failure;
   }
 
+  {
+    const kestrun_headless::Reply web = session_.Invoke("kestrun/native_webview", "reload");
+    EXPECT_EQ(web.error_code, "NOT_INITIALIZED") << web.failure;
+  }
+
   // The window's own channels. Brought to the front, the window is in the foreground, and the
   // session, whose foreground window is not the lock screen, is not locked.
   EXPECT_FALSE(BoolReply(kDistribution, "isWindowsStore"));

@@ -19,6 +19,7 @@
 #include <window_manager/window_manager_plugin.h>
 #undef FLUTTER_PLUGIN_EXPORT
 
+#include "embedded_webview/native_webview_plugin_c_api.h"
 #include "kestrun_display_plugin_c_api.h"
 #include "live_output/native_live_window_plugin_c_api.h"
 
@@ -64,8 +65,9 @@ void RegisterPackagedPlugins(const RegistrarForPlugin& registrar_for, EngineWind
 // The program's own plugins, in this order: "NativeWebViewPlugin" (embedded_webview; also on
 // secondary windows), "NativeLiveWindowPlugin" (live_output; main window only),
 // "KestrunDisplayPlugin" (display_enumeration; main window only). This is the one place they are
-// listed; the web view plugin joins here, ahead of the others, once its library exists.
+// listed.
 void RegisterOwnPlugins(const RegistrarForPlugin& registrar_for, EngineWindow window) {
+  Register(registrar_for, "NativeWebViewPlugin", &NativeWebViewPluginRegisterWithRegistrar);
   if (window != EngineWindow::kMain) {
     return;
   }

@@ -143,9 +143,9 @@ const std::map<std::string, NativeLiveWindowPlugin::Handler>& NativeLiveWindowPl
       {"stopImageForDisplay", &NativeLiveWindowPlugin::StopImageForDisplay},
       {"setCropRectForDisplay", &NativeLiveWindowPlugin::SetCropRectForDisplay},
       {"clearCropRectForDisplay", &NativeLiveWindowPlugin::ClearCropRectForDisplay},
-      // Not handled yet, and so answered "not implemented" like any unknown name, until web
-      // pages reach the output windows. Their rows join this table:
-      //   pages: "loadWebpageForDisplay", "reloadWebpageForDisplay", "stopWebpageForDisplay".
+      {"loadWebpageForDisplay", &NativeLiveWindowPlugin::LoadWebpageForDisplay},
+      {"reloadWebpageForDisplay", &NativeLiveWindowPlugin::ReloadWebpageForDisplay},
+      {"stopWebpageForDisplay", &NativeLiveWindowPlugin::StopWebpageForDisplay},
       {"setVideoTopology", &NativeLiveWindowPlugin::SetVideoTopology},
       {"setVolumeForDisplay", &NativeLiveWindowPlugin::SetVolumeForDisplay},
       {"getPositionForDisplay", &NativeLiveWindowPlugin::GetPositionForDisplay},

@@ -105,6 +105,14 @@ class NativeLiveWindowPlugin : public flutter::Plugin {
   void ClearCropRectForDisplay(const flutter::EncodableValue* arguments,
                                std::unique_ptr<Result> result);
 
+  // Webpage rows (native_live_window_plugin_webpages.cpp).
+  void LoadWebpageForDisplay(const flutter::EncodableValue* arguments,
+                             std::unique_ptr<Result> result);
+  void ReloadWebpageForDisplay(const flutter::EncodableValue* arguments,
+                               std::unique_ptr<Result> result);
+  void StopWebpageForDisplay(const flutter::EncodableValue* arguments,
+                             std::unique_ptr<Result> result);
+
   // Video rows (native_live_window_plugin_video.cpp).
   void SetVideoTopology(const flutter::EncodableValue* arguments, std::unique_ptr<Result> result);
   void SetVolumeForDisplay(const flutter::EncodableValue* arguments,

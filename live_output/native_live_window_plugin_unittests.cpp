@@ -251,8 +251,7 @@ class LiveWindowPluginTest : public ::testing::Test {
 
 TEST_F(LiveWindowPluginTest, UnknownAndNotYetHandledMethodsAreNotImplemented) {
   for (const char* method :
-       {"noSuchMethod", "ShowForDisplay", "loadWebpageForDisplay", "reloadWebpageForDisplay",
-        "stopWebpageForDisplay"}) {
+       {"noSuchMethod", "ShowForDisplay", "LoadWebpageForDisplay", "SetVideoTopology"}) {
     const Outcome outcome = Call(method, Id("d1"));
     EXPECT_EQ(outcome.kind, "not implemented") << method;
     EXPECT_EQ(outcome.replies, 1) << method;

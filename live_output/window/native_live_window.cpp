@@ -54,7 +54,11 @@ bool KeyIsDown(int key) { return (GetKeyState(key) & 0x8000) != 0; }
 NativeLiveWindow::NativeLiveWindow() : NativeLiveWindow(LiveWindowClock::System()) {}
 
 NativeLiveWindow::NativeLiveWindow(std::shared_ptr<const LiveWindowClock> clock)
-    : clock_(clock ? std::move(clock) : LiveWindowClock::System()), fade_(clock_) {}
+    : clock_(clock ? std::move(clock) : LiveWindowClock::System()),
+      webpage_(content_mode_, WebpagePresenter::Host{[this] { return hwnd_; },
+                                                       [this] { ClearContent(); },
+                                                       [this] { return fade_.blanked(); }}),
+      fade_(clock_) {}
 
 NativeLiveWindow::~NativeLiveWindow() {
   if (hwnd_ != nullptr || running_.load() || render_thread_.joinable()) {
@@ -241,8 +245,8 @@ void NativeLiveWindow::ReleaseD3D() {
 }
 
 void NativeLiveWindow::Close() {
-  // Web views: once pages are shown, their process-failed handler is cleared here under
-  // webview_mutex_, so that no late browser event reaches a closing window.
+  // No late browser-process event reaches a closing window.
+  webpage_.WindowClosing();
   if (hwnd_ != nullptr) {
     KillTimer(hwnd_, kCursorTimerId);
   }
@@ -338,7 +342,7 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
     target_height_.store(height);
 
     fade_.Resize(width, height);
-    // Web views: once pages are shown, the page is resized here under webview_mutex_.
+    webpage_.Resize(width, height);
     log.Info("RESIZE", "Window resized to %dx%d", static_cast<int>(width),
              static_cast<int>(height));
   }
@@ -374,7 +378,7 @@ bool NativeLiveWindow::ShowImageFromPixels(const std::vector<std::uint8_t>& pixe
   }
   // Showing an image always ends a page. Done before the image lock is taken, so that the two
   // locks are never held together.
-  StopWebpage();
+  webpage_.StopForImage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), pixels.data(), width, height, fit_mode)) {
     return false;
@@ -394,7 +398,7 @@ bool NativeLiveWindow::ShowAnimatedImage(std::shared_ptr<const FrameList> frames
   if (!CheckUploadable(frames->front(), width, height)) {
     return false;
   }
-  StopWebpage();
+  webpage_.StopForImage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), frames->front().data(), width, height, fit_mode)) {
     return false;
@@ -421,21 +425,15 @@ void NativeLiveWindow::SetCropRect(float x, float y, float w, float h, std::int3
 void NativeLiveWindow::ClearCropRect() { image_.ClearCrop(); }
 
 // ---------------------------------------------------------------------------------------------
-// Webpages (not shown yet)
+// Webpages
 
 bool NativeLiveWindow::LoadWebpage(const std::string& url, bool is_local_file) {
-  Logger::Instance().Warning("WEBVIEW", "LoadWebpage is not available (url=%s, local=%d)",
-                             url.c_str(), is_local_file ? 1 : 0);
-  return false;
+  return webpage_.Load(url, is_local_file);
 }
 
-bool NativeLiveWindow::ReloadWebpage() { return false; }
+bool NativeLiveWindow::ReloadWebpage() { return webpage_.Reload(); }
 
-void NativeLiveWindow::StopWebpage() {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  std::int32_t expected = kContentWebpage;
-  content_mode_.compare_exchange_strong(expected, kContentNone);
-}
+void NativeLiveWindow::StopWebpage() { webpage_.Stop(); }
 
 // ---------------------------------------------------------------------------------------------
 // Fades and blanking
@@ -450,12 +448,12 @@ void NativeLiveWindow::FadeFromBlack(std::int32_t duration_ms, FadeCallback call
 
 void NativeLiveWindow::Blank() {
   fade_.SetBlank(true);
-  // Web views: once pages are shown, the page is hidden here under webview_mutex_.
+  webpage_.Hide();
 }
 
 void NativeLiveWindow::Unblank() {
   fade_.SetBlank(false);
-  // Web views: once pages are shown, a page revealed for the current load is shown again here.
+  webpage_.RevealIfLoaded();
 }
 
 // ---------------------------------------------------------------------------------------------

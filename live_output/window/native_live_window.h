@@ -45,6 +45,7 @@
 #include "live_output/window/live_window_clock.h"
 #include "live_output/window/recursive_lock.h"
 #include "live_output/window/unique_event.h"
+#include "live_output/webpage/webpage_presenter.h"
 
 namespace native_live_window {
 
@@ -130,7 +131,8 @@ class NativeLiveWindow {
                    std::int32_t canvas_height);
   void ClearCropRect();
 
-  // Webpages. Not shown yet: LoadWebpage answers false and the other two do nothing.
+  // Webpages (WebpagePresenter): a page is shown once its DOM content has loaded; loading
+  // answers false only when the window does not exist. Showing an image ends a page.
   bool LoadWebpage(const std::string& url, bool is_local_file);
   bool ReloadWebpage();
   void StopWebpage();
@@ -159,6 +161,7 @@ class NativeLiveWindow {
   HWND fade_overlay_window() const { return fade_.overlay_window(); }
   std::uint8_t fade_overlay_alpha() const { return fade_.overlay_alpha(); }
   bool blanked() const { return fade_.blanked(); }
+  const WebpagePresenter& webpage() const { return webpage_; }
 
   // Progress of the render loop, for tests and benchmarks: the number of Present calls made so
   // far, and an auto-reset event signalled after each of them.
@@ -248,10 +251,8 @@ class NativeLiveWindow {
   // Image, crop and animation state with its lock (`image_mutex_`).
   ImagePipeline image_;
 
-  // Web view state, guarded by webview_mutex_. Pages are not shown yet; the lock and the
-  // generation counter are where the page loading of a later change lives.
-  RecursiveLock webview_mutex_;
-  std::uint32_t load_generation_ = 0;
+  // Web view state with its lock (`webview_mutex_`).
+  WebpagePresenter webpage_;
 
   // Fade and blank state with its lock (`fade_mutex_`) and the overlay window.
   FadeOverlay fade_;

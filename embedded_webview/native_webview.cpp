@@ -1,0 +1,420 @@
+#include "embedded_webview/native_webview.h"
+
+#include <utility>
+
+#include "embedded_webview/com_handler.h"
+#include "embedded_webview/webview2_loader.h"
+
+namespace native_webview {
+
+namespace {
+
+using Microsoft::WRL::ComPtr;
+using namespace webview2;
+
+// Paints the page black from the moment a document exists.
+constexpr wchar_t kBlackDocumentScript[] =
+    L"(function() {  document.documentElement.style.cssText = 'background: #000 !important; "
+    L"margin: 0; padding: 0;';  if (document.body) {    document.body.style.cssText = "
+    L"'background: #000 !important; margin: 0; padding: 0;';  }})();";
+// Once the DOM exists: no pointer events, no selection, no scrolling, black behind everything.
+constexpr wchar_t kInertDocumentScript[] =
+    L"document.addEventListener('DOMContentLoaded', function() {  var style = "
+    L"document.createElement('style');  style.textContent = '* { pointer-events: none "
+    L"!important; user-select: none !important; } html, body { overflow: hidden !important; "
+    L"background: #000 !important; }';  document.head.appendChild(style);});";
+
+std::wstring Utf16(const std::string& text) {
+  if (text.empty()) {
+    return std::wstring();
+  }
+  const int length =
+      MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(length > 0 ? length : 0), L'\0');
+  if (length > 0) {
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &wide[0], length);
+  }
+  return wide;
+}
+
+// The whole content of a stream from its start.
+bool ReadStream(IStream* stream, std::vector<std::uint8_t>* bytes) {
+  STATSTG stat{};
+  if (FAILED(stream->Stat(&stat, STATFLAG_NONAME))) {
+    return false;
+  }
+  const LARGE_INTEGER start{};
+  if (FAILED(stream->Seek(start, STREAM_SEEK_SET, nullptr))) {
+    return false;
+  }
+  bytes->resize(static_cast<std::size_t>(stat.cbSize.QuadPart));
+  ULONG read = 0;
+  if (!bytes->empty() &&
+      FAILED(stream->Read(bytes->data(), static_cast<ULONG>(bytes->size()), &read))) {
+    return false;
+  }
+  bytes->resize(read);
+  return !bytes->empty();
+}
+
+}  // namespace
+
+NativeWebView::NativeWebView() : link_(std::make_shared<Link>(Link{this})) {}
+
+NativeWebView::~NativeWebView() {
+  link_->view = nullptr;
+  if (controller_) {
+    // Releases every event handler the browser holds.
+    controller_->Close();
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Creation
+
+void NativeWebView::Initialize(HWND parent, InitCallback callback) {
+  if (initializing_ || ready_) {
+    if (callback) {
+      callback(false, "WebView2 already initialized");
+    }
+    return;
+  }
+  parent_ = parent;
+  init_callback_ = std::move(callback);
+  initializing_ = true;
+  std::shared_ptr<Link> link = link_;
+  ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> handler =
+      MakeHandler<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler, HRESULT,
+                  ICoreWebView2Environment*>(
+          IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler,
+          [link](HRESULT result, ICoreWebView2Environment* environment) {
+            if (link->view != nullptr) {
+              link->view->OnEnvironmentCreated(result, environment);
+            }
+            return S_OK;
+          });
+  if (FAILED(CreateWebView2Environment(handler.Get()))) {
+    FinishInitialize(false, "CreateCoreWebView2EnvironmentWithOptions failed");
+  }
+}
+
+void NativeWebView::OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* environment) {
+  if (FAILED(result) || environment == nullptr) {
+    FinishInitialize(false, "Failed to create WebView2 environment");
+    return;
+  }
+  environment_ = environment;
+  std::shared_ptr<Link> link = link_;
+  ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> handler =
+      MakeHandler<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler, HRESULT,
+                  ICoreWebView2Controller*>(
+          IID_ICoreWebView2CreateCoreWebView2ControllerCompletedHandler,
+          [link](HRESULT result, ICoreWebView2Controller* controller) {
+            if (link->view != nullptr) {
+              link->view->OnControllerCreated(result, controller);
+            } else if (SUCCEEDED(result) && controller != nullptr) {
+              // The view went away while the browser was being made: nobody will show it.
+              controller->Close();
+            }
+            return S_OK;
+          });
+  if (FAILED(environment_->CreateCoreWebView2Controller(parent_, handler.Get()))) {
+    FinishInitialize(false, "Failed to create WebView2 controller");
+  }
+}
+
+void NativeWebView::OnControllerCreated(HRESULT result, ICoreWebView2Controller* controller) {
+  ComPtr<ICoreWebView2> webview;
+  if (FAILED(result) || controller == nullptr ||
+      FAILED(controller->get_CoreWebView2(webview.GetAddressOf())) || !webview) {
+    if (controller != nullptr) {
+      controller->Close();
+    }
+    FinishInitialize(false, "Failed to create WebView2 controller");
+    return;
+  }
+  controller_ = controller;
+  webview_ = webview;
+  Configure();
+  DisableInput(parent_);
+  StartDisableTimer();
+  RegisterEventHandlers();
+  ready_ = true;
+  FinishInitialize(true, "");
+}
+
+void NativeWebView::FinishInitialize(bool success, const std::string& error) {
+  initializing_ = false;
+  InitCallback callback = std::move(init_callback_);
+  init_callback_ = nullptr;
+  if (callback) {
+    callback(success, error);
+  }
+}
+
+void NativeWebView::Configure() {
+  ComPtr<ICoreWebView2Settings> settings;
+  if (SUCCEEDED(webview_->get_Settings(settings.GetAddressOf())) && settings) {
+    settings->put_AreDefaultContextMenusEnabled(FALSE);
+    settings->put_AreDevToolsEnabled(FALSE);
+    settings->put_IsStatusBarEnabled(FALSE);
+    settings->put_IsBuiltInErrorPageEnabled(FALSE);
+    settings->put_AreDefaultScriptDialogsEnabled(FALSE);
+  }
+  for (const wchar_t* script : {kBlackDocumentScript, kInertDocumentScript}) {
+    ComPtr<ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler> added =
+        MakeHandler<ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler, HRESULT,
+                    LPCWSTR>(IID_ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler,
+                             [](HRESULT, LPCWSTR) { return S_OK; });
+    webview_->AddScriptToExecuteOnDocumentCreated(script, added.Get());
+  }
+  ComPtr<ICoreWebView2Controller2> controller2;
+  if (SUCCEEDED(controller_->QueryInterface(IID_ICoreWebView2Controller2,
+                                            reinterpret_cast<void**>(controller2.GetAddressOf()))) &&
+      controller2) {
+    controller2->put_DefaultBackgroundColor(COREWEBVIEW2_COLOR{255, 0, 0, 0});
+  }
+}
+
+void NativeWebView::RegisterEventHandlers() {
+  std::shared_ptr<Link> link = link_;
+  EventRegistrationToken token{};
+
+  auto starting = MakeHandler<ICoreWebView2NavigationStartingEventHandler, ICoreWebView2*,
+                              ICoreWebView2NavigationStartingEventArgs*>(
+      IID_ICoreWebView2NavigationStartingEventHandler,
+      [link](ICoreWebView2*, ICoreWebView2NavigationStartingEventArgs*) {
+        if (link->view != nullptr) {
+          DisableInput(link->view->parent_);
+        }
+        return S_OK;
+      });
+  webview_->add_NavigationStarting(starting.Get(), &token);
+
+  auto completed = MakeHandler<ICoreWebView2NavigationCompletedEventHandler, ICoreWebView2*,
+                               ICoreWebView2NavigationCompletedEventArgs*>(
+      IID_ICoreWebView2NavigationCompletedEventHandler,
+      [link](ICoreWebView2*, ICoreWebView2NavigationCompletedEventArgs* args) {
+        if (link->view == nullptr) {
+          return S_OK;
+        }
+        BOOL success = FALSE;
+        if (args != nullptr) {
+          args->get_IsSuccess(&success);
+        }
+        const HWND parent = link->view->parent_;
+        const NavigationCompletedHandler handler = link->view->navigation_completed_handler_;
+        if (handler) {
+          handler(success != FALSE);
+        }
+        DisableInput(parent);
+        return S_OK;
+      });
+  webview_->add_NavigationCompleted(completed.Get(), &token);
+
+  ComPtr<ICoreWebView2_2> webview2;
+  if (SUCCEEDED(webview_->QueryInterface(IID_ICoreWebView2_2,
+                                         reinterpret_cast<void**>(webview2.GetAddressOf()))) &&
+      webview2) {
+    auto loaded = MakeHandler<ICoreWebView2DOMContentLoadedEventHandler, ICoreWebView2*,
+                              ICoreWebView2DOMContentLoadedEventArgs*>(
+        IID_ICoreWebView2DOMContentLoadedEventHandler,
+        [link](ICoreWebView2*, ICoreWebView2DOMContentLoadedEventArgs*) {
+          if (link->view != nullptr) {
+            const DomContentLoadedHandler handler = link->view->dom_content_loaded_handler_;
+            if (handler) {
+              handler();
+            }
+          }
+          return S_OK;
+        });
+    webview2->add_DOMContentLoaded(loaded.Get(), &token);
+  }
+
+  auto failed = MakeHandler<ICoreWebView2ProcessFailedEventHandler, ICoreWebView2*,
+                            ICoreWebView2ProcessFailedEventArgs*>(
+      IID_ICoreWebView2ProcessFailedEventHandler,
+      [link](ICoreWebView2*, ICoreWebView2ProcessFailedEventArgs* args) {
+        if (link->view == nullptr) {
+          return S_OK;
+        }
+        COREWEBVIEW2_PROCESS_FAILED_KIND kind = COREWEBVIEW2_PROCESS_FAILED_KIND_BROWSER_PROCESS_EXITED;
+        if (args != nullptr) {
+          args->get_ProcessFailedKind(&kind);
+        }
+        const ProcessFailedHandler handler = link->view->process_failed_handler_;
+        if (handler) {
+          handler(ProcessFailedText(static_cast<int>(kind)));
+        }
+        return S_OK;
+      });
+  webview_->add_ProcessFailed(failed.Get(), &token);
+
+  auto focus = MakeHandler<ICoreWebView2FocusChangedEventHandler, ICoreWebView2Controller*,
+                           IUnknown*>(IID_ICoreWebView2FocusChangedEventHandler,
+                                      [link](ICoreWebView2Controller*, IUnknown*) {
+                                        if (link->view != nullptr &&
+                                            IsWindow(link->view->parent_)) {
+                                          SetFocus(link->view->parent_);
+                                        }
+                                        return S_OK;
+                                      });
+  controller_->add_GotFocus(focus.Get(), &token);
+
+  auto keys = MakeHandler<ICoreWebView2AcceleratorKeyPressedEventHandler, ICoreWebView2Controller*,
+                          ICoreWebView2AcceleratorKeyPressedEventArgs*>(
+      IID_ICoreWebView2AcceleratorKeyPressedEventHandler,
+      [](ICoreWebView2Controller*, ICoreWebView2AcceleratorKeyPressedEventArgs* args) {
+        // No browser shortcut acts on a display surface.
+        if (args != nullptr) {
+          args->put_Handled(TRUE);
+        }
+        return S_OK;
+      });
+  controller_->add_AcceleratorKeyPressed(keys.Get(), &token);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Input
+
+void NativeWebView::DisableInput(HWND window) {
+  if (window == nullptr || !IsWindow(window)) {
+    return;
+  }
+  for (HWND child = GetWindow(window, GW_CHILD); child != nullptr;
+       child = GetWindow(child, GW_HWNDNEXT)) {
+    EnableWindow(child, FALSE);
+    SetWindowLongPtrW(child, GWL_EXSTYLE,
+                      GetWindowLongPtrW(child, GWL_EXSTYLE) | WS_EX_TRANSPARENT);
+    DisableInput(child);
+  }
+}
+
+void NativeWebView::StartDisableTimer() {
+  if (!IsWindow(parent_)) {
+    return;
+  }
+  // A fresh count for every browser made on this window.
+  RemovePropW(parent_, kDisableTimerProperty);
+  SetTimer(parent_, kDisableTimerId, kDisableTimerPeriodMs, &NativeWebView::DisableTimerProc);
+}
+
+void CALLBACK NativeWebView::DisableTimerProc(HWND hwnd, UINT /*message*/, UINT_PTR id,
+                                              DWORD /*time*/) {
+  if (!IsWindow(hwnd)) {
+    return;
+  }
+  const std::intptr_t count =
+      reinterpret_cast<std::intptr_t>(GetPropW(hwnd, kDisableTimerProperty)) + 1;
+  SetPropW(hwnd, kDisableTimerProperty, reinterpret_cast<HANDLE>(count));
+  DisableInput(hwnd);
+  if (count >= kDisableTimerTicks) {
+    KillTimer(hwnd, id);
+    RemovePropW(hwnd, kDisableTimerProperty);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Navigation and placement
+
+void NativeWebView::Navigate(const std::string& url) {
+  if (!ready_ || !webview_) {
+    return;
+  }
+  webview_->Navigate(Utf16(url).c_str());
+}
+
+void NativeWebView::NavigateToFile(const std::string& path) { Navigate(FileUrl(path)); }
+
+void NativeWebView::Reload() {
+  if (ready_ && webview_) {
+    webview_->Reload();
+  }
+}
+
+void NativeWebView::SetBounds(std::int32_t x, std::int32_t y, std::int32_t width,
+                              std::int32_t height) {
+  if (controller_) {
+    controller_->put_Bounds(RECT{x, y, x + width, y + height});
+  }
+}
+
+void NativeWebView::Resize(std::int32_t width, std::int32_t height) {
+  SetBounds(0, 0, width, height);
+}
+
+void NativeWebView::SetVisible(bool visible) {
+  if (controller_) {
+    controller_->put_IsVisible(visible ? TRUE : FALSE);
+  }
+}
+
+void NativeWebView::SetZoom(double zoom_factor) {
+  if (controller_) {
+    controller_->put_ZoomFactor(zoom_factor);
+  }
+}
+
+bool NativeWebView::CaptureScreenshot(CaptureCallback callback) {
+  if (!ready_ || !webview_) {
+    return false;
+  }
+  ComPtr<IStream> stream;
+  if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, stream.GetAddressOf()))) {
+    return false;
+  }
+  // The callback belongs to the caller, not to this object: it is answered even if the view is
+  // destroyed before the browser finishes.
+  auto handler = MakeHandler<ICoreWebView2CapturePreviewCompletedHandler, HRESULT>(
+      IID_ICoreWebView2CapturePreviewCompletedHandler,
+      [stream, callback](HRESULT result) {
+        std::vector<std::uint8_t> png;
+        const bool captured = SUCCEEDED(result) && ReadStream(stream.Get(), &png);
+        if (callback) {
+          callback(captured, std::move(png));
+        }
+        return S_OK;
+      });
+  return SUCCEEDED(webview_->CapturePreview(COREWEBVIEW2_CAPTURE_PREVIEW_IMAGE_FORMAT_PNG,
+                                            stream.Get(), handler.Get()));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Handlers and texts
+
+void NativeWebView::SetProcessFailedHandler(ProcessFailedHandler handler) {
+  process_failed_handler_ = std::move(handler);
+}
+
+void NativeWebView::SetNavigationCompletedHandler(NavigationCompletedHandler handler) {
+  navigation_completed_handler_ = std::move(handler);
+}
+
+void NativeWebView::SetDomContentLoadedHandler(DomContentLoadedHandler handler) {
+  dom_content_loaded_handler_ = std::move(handler);
+}
+
+std::string NativeWebView::FileUrl(const std::string& path) {
+  std::string url = "file:///" + path;
+  for (char& c : url) {
+    if (c == '\\') {
+      c = '/';
+    }
+  }
+  return url;
+}
+
+std::string NativeWebView::ProcessFailedText(int kind) {
+  const char* name = "OTHER";
+  switch (kind) {
+    case COREWEBVIEW2_PROCESS_FAILED_KIND_BROWSER_PROCESS_EXITED: name = "BROWSER"; break;
+    case COREWEBVIEW2_PROCESS_FAILED_KIND_RENDER_PROCESS_EXITED: name = "RENDER"; break;
+    case COREWEBVIEW2_PROCESS_FAILED_KIND_RENDER_PROCESS_UNRESPONSIVE:
+      name = "RENDER_UNRESPONSIVE";
+      break;
+    default: break;
+  }
+  return std::string(name) + " (kind=" + std::to_string(kind) + ")";
+}
+
+}  // namespace native_webview

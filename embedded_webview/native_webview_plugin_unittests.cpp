@@ -1,0 +1,280 @@
+// The web view plugin against the WebView2 stand-in: every method's argument errors, independent
+// views, capture, and many quick create/dispose cycles while the browser still talks.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <test_flutter_engine.h>
+#include <webview2_standin.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "embedded_webview/native_webview_plugin.h"
+#include "encodable_value.h"
+#include "method_call.h"
+#include "method_result_functions.h"
+#include "plugin_registrar_manager.h"
+#include "plugin_registrar_windows.h"
+
+namespace native_webview {
+namespace {
+
+using flutter::EncodableMap;
+using flutter::EncodableValue;
+
+// The replies one call got.
+struct Outcome {
+  std::string kind = "none";  // "success", "error", "not implemented" or "none"
+  EncodableValue value;
+  std::string code;
+  std::string message;
+  int replies = 0;
+};
+
+std::string Describe(const Outcome& o) {
+  return o.kind + " " + o.code + " \"" + o.message + "\" x" + std::to_string(o.replies);
+}
+
+EncodableValue Map(std::initializer_list<std::pair<const char*, EncodableValue>> entries) {
+  EncodableMap map;
+  for (const auto& entry : entries) {
+    map[EncodableValue(entry.first)] = entry.second;
+  }
+  return EncodableValue(map);
+}
+
+bool PumpUntil(const std::function<bool()>& done) {
+  const ULONGLONG deadline = GetTickCount64() + 30000;
+  while (!done()) {
+    if (GetTickCount64() > deadline) {
+      return false;
+    }
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+      DispatchMessageW(&msg);
+    }
+  }
+  return true;
+}
+
+bool PumpEvents() { return PumpUntil([] { return WebView2Standin_PendingEvents() == 0; }); }
+
+class WebViewPluginTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    WebView2Standin_Reset();
+    flutter::PluginRegistrarManager::GetInstance()->Reset();
+    FlutterTestReset();
+    window_ = CreateWindowExW(0, L"STATIC", L"main", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 30, 30,
+                              400, 300, nullptr, nullptr, nullptr, nullptr);
+    registrar_ = flutter::PluginRegistrarManager::GetInstance()
+                     ->GetRegistrar<flutter::PluginRegistrarWindows>(FlutterTestCreateRegistrar());
+    plugin_ = std::make_unique<NativeWebViewPlugin>(registrar_, [this] { return window_; });
+  }
+  void TearDown() override {
+    plugin_.reset();
+    EXPECT_TRUE(PumpEvents());
+    DestroyWindow(window_);
+    flutter::PluginRegistrarManager::GetInstance()->Reset();
+    FlutterTestReset();
+    WebView2Standin_Reset();
+    CoUninitialize();
+  }
+
+  // Starts a call; its outcome fills in as replies come.
+  std::shared_ptr<Outcome> Start(const std::string& method,
+                                 const EncodableValue* arguments = nullptr) {
+    auto outcome = std::make_shared<Outcome>();
+    auto result = std::make_unique<flutter::MethodResultFunctions<>>(
+        [outcome](const EncodableValue* value) {
+          outcome->kind = "success";
+          outcome->value = value != nullptr ? *value : EncodableValue();
+          ++outcome->replies;
+        },
+        [outcome](const std::string& code, const std::string& message, const EncodableValue*) {
+          outcome->kind = "error";
+          outcome->code = code;
+          outcome->message = message;
+          ++outcome->replies;
+        },
+        [outcome] {
+          outcome->kind = "not implemented";
+          ++outcome->replies;
+        });
+    plugin_->HandleMethodCall(
+        flutter::MethodCall<>(method, arguments != nullptr
+                                          ? std::make_unique<EncodableValue>(*arguments)
+                                          : nullptr),
+        std::move(result));
+    return outcome;
+  }
+  // A call answered once the browser has delivered everything it has to say.
+  Outcome Call(const std::string& method, const EncodableValue& arguments) {
+    std::shared_ptr<Outcome> outcome = Start(method, &arguments);
+    EXPECT_TRUE(PumpEvents());
+    return *outcome;
+  }
+
+  HWND window_ = nullptr;
+  flutter::PluginRegistrarWindows* registrar_ = nullptr;
+  std::unique_ptr<NativeWebViewPlugin> plugin_;
+};
+
+TEST_F(WebViewPluginTest, ArgumentsAreCheckedBeforeTheViewIsLookedUp) {
+  const EncodableValue none;
+  const EncodableValue not_map("text");
+  const EncodableValue empty = Map({});
+  const struct {
+    const char* method;
+    EncodableValue arguments;
+    const char* code;
+    const char* message;
+  } cases[] = {
+      {"navigate", none, "INVALID_ARGS", "Arguments required"},
+      {"navigate", not_map, "INVALID_ARGS", "Arguments required"},
+      {"navigate", empty, "INVALID_ARGS", "url argument required"},
+      {"navigate", Map({{"url", EncodableValue(5)}}), "INVALID_ARGS", "url must be a string"},
+      {"navigate", Map({{"url", EncodableValue("https://a/")}}), "NOT_INITIALIZED",
+       "WebView not initialized for id: default"},
+      {"navigateToFile", none, "INVALID_ARGS", "Arguments required"},
+      {"navigateToFile", empty, "INVALID_ARGS", "path argument required"},
+      {"navigateToFile", Map({{"path", EncodableValue(true)}}), "INVALID_ARGS",
+       "path must be a string"},
+      {"navigateToFile", Map({{"path", EncodableValue("C:\\a.html")}, {"id", EncodableValue("x")}}),
+       "NOT_INITIALIZED", "WebView not initialized for id: x"},
+      {"reload", none, "NOT_INITIALIZED", "WebView not initialized for id: default"},
+      {"setBounds", not_map, "INVALID_ARGS", "Arguments required"},
+      {"setBounds", Map({{"x", EncodableValue(1)}, {"y", EncodableValue(2)},
+                         {"width", EncodableValue(3)}}),
+       "INVALID_ARGS", "x, y, width, height arguments required"},
+      {"setBounds", Map({{"x", EncodableValue("1")}, {"y", EncodableValue(2)},
+                         {"width", EncodableValue(3)}, {"height", EncodableValue(4)}}),
+       "INVALID_ARGS", "x, y, width, height arguments required"},
+      {"setBounds", Map({{"x", EncodableValue(1.9)}, {"y", EncodableValue(std::int64_t{2})},
+                         {"width", EncodableValue(3)}, {"height", EncodableValue(4)}}),
+       "NOT_INITIALIZED", "WebView not initialized for id: default"},
+      {"setVisible", none, "INVALID_ARGS", "Arguments required"},
+      {"setVisible", empty, "INVALID_ARGS", "visible argument required"},
+      {"setVisible", Map({{"visible", EncodableValue(1)}}), "INVALID_ARGS",
+       "visible must be a boolean"},
+      {"setZoom", not_map, "INVALID_ARGS", "Arguments required"},
+      {"setZoom", empty, "INVALID_ARGS", "zoom argument required"},
+      {"setZoom", Map({{"zoom", EncodableValue(2)}}), "NOT_INITIALIZED",
+       "WebView not initialized for id: default"},
+      {"captureScreenshot", none, "NOT_INITIALIZED", "WebView not initialized for id: default"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Call(c.method, c.arguments);
+    EXPECT_EQ(outcome.kind + " " + outcome.code + " " + outcome.message,
+              std::string("error ") + c.code + " " + c.message)
+        << c.method;
+    EXPECT_EQ(outcome.replies, 1) << c.method;
+  }
+  for (const char* method : {"dispose", "disposeAll"}) {
+    EXPECT_EQ(Call(method, none).kind, "success") << method;
+  }
+  for (const char* method : {"setzoom", "Initialize", "navigateToURL"}) {
+    EXPECT_EQ(Call(method, empty).kind, "not implemented") << method;
+  }
+}
+
+TEST_F(WebViewPluginTest, ViewsAreIndependentAndFollowTheirCalls) {
+  const EncodableValue a = Map({{"id", EncodableValue("a")}});
+  const EncodableValue b = Map({{"id", EncodableValue("b")}});
+  ASSERT_EQ(Call("initialize", a).kind, "success");
+  const int view_a = WebView2Standin_LastView();
+  ASSERT_EQ(Call("initialize", b).kind, "success");
+  const int view_b = WebView2Standin_LastView();
+  EXPECT_EQ(plugin_->view_count(), 2u);
+
+  Call("navigate", Map({{"id", EncodableValue("b")}, {"url", EncodableValue("https://b/")}}));
+  Call("setBounds", Map({{"id", EncodableValue("b")}, {"x", EncodableValue(10.7)},
+                         {"y", EncodableValue(-3.5)}, {"width", EncodableValue(200)},
+                         {"height", EncodableValue(std::int64_t{100})}}));
+  Call("setZoom", Map({{"id", EncodableValue("b")}, {"zoom", EncodableValue(2)}}));
+  Call("setVisible", Map({{"id", EncodableValue("b")}, {"visible", EncodableValue(false)}}));
+  WebView2StandinView state{};
+  WebView2Standin_GetView(view_b, &state);
+  EXPECT_STREQ(state.url, L"https://b/");
+  EXPECT_EQ(state.bounds.left, 10);
+  EXPECT_EQ(state.bounds.top, -3);
+  EXPECT_EQ(state.bounds.right, 210);
+  EXPECT_EQ(state.zoom, 2.0);
+  EXPECT_FALSE(state.visible);
+  WebView2Standin_GetView(view_a, &state);
+  EXPECT_STREQ(state.url, L"");
+  EXPECT_TRUE(state.visible);
+
+  // Capture of b answers the page's image.
+  const std::vector<BYTE> png = {0x89, 'P', 'N', 'G'};
+  WebView2Standin_SetCapture(S_OK, png.data(), static_cast<UINT32>(png.size()));
+  const Outcome captured = Call("captureScreenshot", b);
+  ASSERT_EQ(captured.kind, "success") << Describe(captured);
+  EXPECT_EQ(std::get<std::vector<std::uint8_t>>(captured.value),
+            std::vector<std::uint8_t>(png.begin(), png.end()));
+  WebView2Standin_SetCapture(E_FAIL, nullptr, 0);
+  EXPECT_EQ(Call("captureScreenshot", b).code, "CAPTURE_FAILED");
+
+  // Disposing a leaves b working.
+  EXPECT_EQ(Call("dispose", a).kind, "success");
+  EXPECT_EQ(Call("reload", a).code, "NOT_INITIALIZED");
+  EXPECT_EQ(Call("reload", b).kind, "success");
+  WebView2Standin_GetView(view_a, &state);
+  EXPECT_TRUE(state.closed);
+  EXPECT_EQ(Call("disposeAll", EncodableValue()).kind, "success");
+  EXPECT_EQ(plugin_->view_count(), 0u);
+}
+
+TEST_F(WebViewPluginTest, StartFailuresAreAnsweredWithTheirTexts) {
+  WebView2Standin_SetCreationResults(S_OK, E_FAIL);
+  const Outcome failed = Call("initialize", EncodableValue());
+  EXPECT_EQ(failed.code + ": " + failed.message,
+            "INIT_FAILED: Failed to create WebView2 controller");
+  EXPECT_EQ(plugin_->view_count(), 0u);
+  plugin_ = std::make_unique<NativeWebViewPlugin>(registrar_, [] { return HWND{nullptr}; });
+  const Outcome no_window = Call("initialize", EncodableValue());
+  EXPECT_EQ(no_window.code + ": " + no_window.message,
+            "NO_WINDOW: Could not get Flutter window handle");
+}
+
+TEST_F(WebViewPluginTest, HundredQuickCreateDisposeCyclesLeaveNothingBehind) {
+  const EncodableValue id = Map({{"id", EncodableValue("quick")}});
+  ASSERT_EQ(Call("initialize", id).kind, "success");
+  ASSERT_EQ(Call("dispose", id).kind, "success");
+  const DWORD handles = GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS);
+  DWORD kernel_handles = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &kernel_handles);
+  const int views_before = WebView2Standin_LastView();
+
+  std::vector<std::shared_ptr<Outcome>> initialized;
+  for (int i = 0; i < 100; ++i) {
+    initialized.push_back(Start("initialize", &id));
+    const EncodableValue url =
+        Map({{"id", EncodableValue("quick")}, {"url", EncodableValue("https://q/")}});
+    // Some cycles get as far as a ready view with a navigation under way.
+    if (i % 3 == 0) {
+      ASSERT_TRUE(PumpUntil([&] { return initialized.back()->replies == 1; }));
+      Start("navigate", &url);
+    }
+    Start("dispose", &id);
+  }
+  ASSERT_TRUE(PumpEvents());
+  // Every "initialize" was answered exactly once, and no late event made anything.
+  for (const auto& outcome : initialized) {
+    EXPECT_EQ(outcome->replies, 1) << Describe(*outcome);
+  }
+  EXPECT_EQ(plugin_->view_count(), 0u);
+  EXPECT_EQ(WebView2Standin_LiveObjects(), 0);
+  EXPECT_EQ(WebView2Standin_LastView() - views_before, 34);
+  EXPECT_EQ(GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS), handles);
+  DWORD kernel_after = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &kernel_after);
+  EXPECT_EQ(kernel_after, kernel_handles);
+}
+
+}  // namespace
+}  // namespace native_webview

@@ -1,0 +1,246 @@
+// Webpages on a real live window against the WebView2 stand-in: which load is revealed and when,
+// stops and stale events, blanking, duplicates, initialisation races and failures, process
+// failures in the log, and many quick loads and stops.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <webview2_standin.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "live_output/test_support/live_window_test_support.h"
+#include "live_output/window/native_live_window.h"
+
+namespace native_live_window {
+namespace {
+
+using live_window_test::CapturedStdout;
+using live_window_test::CountOf;
+using live_window_test::Display;
+using live_window_test::LogText;
+using live_window_test::ProcessHandleCount;
+using live_window_test::ProcessThreadCount;
+using live_window_test::PumpUntil;
+
+bool PumpEvents() {
+  return PumpUntil([] { return WebView2Standin_PendingEvents() == 0; }, nullptr);
+}
+
+WebView2StandinView ViewState() {
+  WebView2StandinView state{};
+  WebView2Standin_GetView(WebView2Standin_LastView(), &state);
+  return state;
+}
+
+bool PageVisible() {
+  const WebView2StandinView state = ViewState();
+  return state.visible && state.host != nullptr && IsWindowVisible(state.host);
+}
+
+std::wstring PageUrl() { return ViewState().url; }
+
+// Lines of the log written since the test began.
+class LogSince {
+ public:
+  LogSince() : start_(LogText().size()) {}
+  std::string Text() const { return LogText().substr(start_); }
+  std::size_t Count(const std::string& needle) const { return CountOf(Text(), needle); }
+
+ private:
+  std::size_t start_;
+};
+
+class WebpagePresentationTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    WebView2Standin_Reset();
+    window_ = std::make_unique<NativeLiveWindow>();
+    ASSERT_TRUE(live_window_test::Show(*window_, {Display("web", 60, 60, 320, 240)}));
+  }
+  void TearDown() override {
+    window_.reset();
+    EXPECT_TRUE(PumpEvents());
+    WebView2Standin_Reset();
+    CoUninitialize();
+  }
+
+  // Loads and waits until the browser has delivered everything it has to say.
+  bool LoadAndSettle(const std::string& url, bool is_local_file = false) {
+    const bool loaded = window_->LoadWebpage(url, is_local_file);
+    return PumpEvents() && loaded;
+  }
+  const WebpagePresenter& page() const { return window_->webpage(); }
+
+  std::unique_ptr<NativeLiveWindow> window_;
+};
+
+TEST_F(WebpagePresentationTest, PageIsRevealedOnlyOnceItsContentHasLoaded) {
+  WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  EXPECT_TRUE(page().webview_ready());
+  EXPECT_EQ(window_->content_mode(), kContentWebpage);
+  EXPECT_FALSE(PageVisible());
+  WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
+  ASSERT_TRUE(PumpEvents());
+  EXPECT_TRUE(PageVisible());
+  EXPECT_EQ(PageUrl(), L"https://a.example/");
+  // The browser covers the window's client area.
+  const RECT bounds = ViewState().bounds;
+  EXPECT_EQ(bounds.right - bounds.left, 320);
+  EXPECT_EQ(bounds.bottom - bounds.top, 240);
+}
+
+TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
+  ASSERT_TRUE(LoadAndSettle("https://first.example/"));
+  const int view = WebView2Standin_LastView();
+  const struct {
+    const char* name;
+    bool stop_instead_of_b;
+  } cases[] = {{"A then B", false}, {"A then stop", true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+    const LogSince log;
+    ASSERT_TRUE(window_->LoadWebpage("https://a.example/", false));
+    const std::uint32_t a = page().load_generation();
+    EXPECT_FALSE(PageVisible());
+    // A's content is on its way when B (or the stop) comes.
+    WebView2Standin_FireDomContentLoaded(view);
+    if (c.stop_instead_of_b) {
+      window_->StopWebpage();
+    } else {
+      ASSERT_TRUE(window_->LoadWebpage("https://b.example/", false));
+    }
+    ASSERT_TRUE(PumpEvents());
+    EXPECT_EQ(log.Count("DOMContentLoaded showing webview (gen=" + std::to_string(a) + ")"), 0u);
+    EXPECT_FALSE(PageVisible());
+    if (c.stop_instead_of_b) {
+      EXPECT_EQ(window_->content_mode(), kContentNone);
+      EXPECT_FALSE(window_->ReloadWebpage());
+    } else {
+      WebView2Standin_FireDomContentLoaded(view);
+      ASSERT_TRUE(PumpEvents());
+      EXPECT_TRUE(PageVisible());
+      EXPECT_EQ(PageUrl(), L"https://b.example/");
+      EXPECT_EQ(page().revealed_generation(), a + 1);
+    }
+  }
+}
+
+TEST_F(WebpagePresentationTest, BlankedLoadStaysHiddenUntilUnblank) {
+  window_->Blank();
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  EXPECT_EQ(page().revealed_generation(), page().load_generation());
+  EXPECT_FALSE(PageVisible());
+  window_->Unblank();
+  EXPECT_TRUE(PageVisible());
+  window_->Blank();
+  EXPECT_FALSE(PageVisible());
+  window_->Unblank();
+  EXPECT_TRUE(PageVisible());
+}
+
+TEST_F(WebpagePresentationTest, SameUrlWhilePendingOrShownIsSkipped) {
+  WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+  const LogSince log;
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  const std::uint32_t generation = page().load_generation();
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  EXPECT_EQ(log.Count("Skipping duplicate load for same URL"), 2u);
+  EXPECT_EQ(page().load_generation(), generation);
+  EXPECT_EQ(ViewState().navigations, 1);
+}
+
+TEST_F(WebpagePresentationTest, SecondLoadDuringInitialisationLeavesTheBrowserNeverReady) {
+  WebView2Standin_HoldCreations(TRUE);
+  ASSERT_TRUE(window_->LoadWebpage("https://a.example/", false));
+  ASSERT_TRUE(window_->LoadWebpage("https://b.example/", false));
+  WebView2Standin_HoldCreations(FALSE);
+  WebView2Standin_ReleaseCreations();
+  ASSERT_TRUE(PumpEvents());
+  EXPECT_TRUE(page().has_webview());
+  EXPECT_FALSE(page().webview_ready());
+  // No retry: later loads find it neither ready nor absent and navigate nothing.
+  ASSERT_TRUE(LoadAndSettle("https://c.example/"));
+  EXPECT_EQ(ViewState().navigations, 0);
+}
+
+TEST_F(WebpagePresentationTest, FailedInitialisationIsReportedAndTheNextLoadTriesAgain) {
+  WebView2Standin_SetCreationResults(E_FAIL, S_OK);
+  {
+    const CapturedStdout out;
+    ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+    EXPECT_NE(out.Text().find("Kestrun Native: ERROR - WebView init failed: Failed to create "
+                              "WebView2 environment\n"),
+              std::string::npos);
+  }
+  EXPECT_FALSE(page().has_webview());
+  EXPECT_TRUE(page().current_url().empty());
+  WebView2Standin_SetCreationResults(S_OK, S_OK);
+  ASSERT_TRUE(LoadAndSettle("C:\\media\\page.html", true));
+  EXPECT_EQ(PageUrl(), L"file:///C:/media/page.html");
+  EXPECT_TRUE(PageVisible());
+}
+
+TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  const LogSince log;
+  WebView2Standin_FailProcess(WebView2Standin_LastView(), 1);
+  ASSERT_TRUE(PumpEvents());
+  EXPECT_EQ(log.Count("ProcessFailed: RENDER (kind=1) (url=https://a.example/, gen=" +
+                      std::to_string(page().load_generation()) + ")"),
+            1u);
+  EXPECT_EQ(ViewState().reloads, 0);
+  // Reload is the interface's to ask for.
+  EXPECT_TRUE(window_->ReloadWebpage());
+  EXPECT_EQ(ViewState().reloads, 1);
+}
+
+TEST_F(WebpagePresentationTest, ImageEndsThePageAndCloseSilencesTheBrowser) {
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  ASSERT_TRUE(window_->ShowImageFromPixels(std::vector<std::uint8_t>(4 * 4 * 4, 0xFF), 4, 4, 0));
+  EXPECT_EQ(window_->content_mode(), kContentImage);
+  EXPECT_FALSE(PageVisible());
+  ASSERT_TRUE(LoadAndSettle("https://b.example/"));
+  EXPECT_TRUE(PageVisible());
+  const LogSince log;
+  const int view = WebView2Standin_LastView();
+  window_->Close();
+  WebView2Standin_FailProcess(view, 0);
+  ASSERT_TRUE(PumpEvents());
+  EXPECT_EQ(log.Count("ProcessFailed"), 0u);
+  EXPECT_FALSE(window_->LoadWebpage("https://c.example/", false));
+}
+
+TEST_F(WebpagePresentationTest, HundredQuickLoadsAndStopsLeaveNothingBehind) {
+  ASSERT_TRUE(LoadAndSettle("https://warm.example/"));
+  window_->StopWebpage();
+  ASSERT_TRUE(PumpEvents());
+  const DWORD handles = ProcessHandleCount();
+  const DWORD threads = ProcessThreadCount();
+  const LogSince log;
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(window_->LoadWebpage("https://page" + std::to_string(i) + ".example/", false));
+    // Every other stop comes after some of the browser's events have been delivered.
+    if (i % 2 == 0) {
+      MSG msg;
+      if (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+        DispatchMessageW(&msg);
+      }
+    }
+    window_->StopWebpage();
+  }
+  ASSERT_TRUE(PumpEvents());
+  EXPECT_EQ(log.Count("showing webview"), 0u);
+  EXPECT_FALSE(PageVisible());
+  EXPECT_EQ(window_->content_mode(), kContentNone);
+  EXPECT_EQ(ProcessHandleCount(), handles);
+  EXPECT_EQ(ProcessThreadCount(), threads);
+}
+
+}  // namespace
+}  // namespace native_live_window
