@@ -46,9 +46,11 @@ constexpr std::uint32_t kGreen = 0x00FF00;
 constexpr std::uint32_t kBlue = 0x0000FF;
 constexpr std::uint32_t kYellow = 0xFFFF00;
 
-// Two output "displays" side by side, away from the main window in the top-left corner.
+// Two output "displays" side by side, below the main window (10, 10, 1280 x 720 and its frame):
+// Wine stacks a window it maps above every other one, topmost or not, so an output window under
+// the main window would be hidden by it whenever the main window appeared after it.
 constexpr int kLeft = 1000;
-constexpr int kTop = 600;
+constexpr int kTop = 800;
 constexpr int kHalfWidth = 400;
 constexpr int kHeight = 200;
 
@@ -161,6 +163,11 @@ class LiveOutputProgramTest : public ::testing::Test {
     SessionOptions options;
     options.program = KestrunProgram();
     start_error_ = session_->Start(options) ? std::string() : session_->last_error();
+    // The main window is shown on the engine's first frame; let that happen before any output
+    // window opens.
+    if (start_error_.empty() && !session_->WaitForFrame()) {
+      start_error_ = "no first frame";
+    }
   }
 
   static void TearDownTestSuite() {
