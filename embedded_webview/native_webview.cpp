@@ -294,8 +294,8 @@ void NativeWebView::StartDisableTimer() {
   if (!IsWindow(parent_)) {
     return;
   }
-  // A fresh count for every browser made on this window.
-  RemovePropW(parent_, kDisableTimerProperty);
+  // A browser made while another's timer still runs on this window restarts the timer and goes
+  // on with its count.
   SetTimer(parent_, kDisableTimerId, kDisableTimerPeriodMs, &NativeWebView::DisableTimerProc);
 }
 

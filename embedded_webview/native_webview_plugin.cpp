@@ -32,6 +32,16 @@ const EncodableValue* Lookup(const EncodableMap* map, const char* key) {
   return it == map->end() || it->second.IsNull() ? nullptr : &it->second;
 }
 
+// The value under `key`, null only when the key is absent: a required value sent as null is
+// there, of the wrong kind.
+const EncodableValue* Present(const EncodableMap* map, const char* key) {
+  if (map == nullptr) {
+    return nullptr;
+  }
+  const auto it = map->find(EncodableValue(key));
+  return it == map->end() ? nullptr : &it->second;
+}
+
 // A number of any of the channel's kinds, as a double.
 std::optional<double> Number(const EncodableValue* value) {
   if (value == nullptr) {
@@ -75,7 +85,7 @@ const std::string* RequiredString(const EncodableValue* arguments, const char* k
     result->Error("INVALID_ARGS", "Arguments required");
     return nullptr;
   }
-  const EncodableValue* value = Lookup(map, key);
+  const EncodableValue* value = Present(map, key);
   if (value == nullptr) {
     result->Error("INVALID_ARGS", std::string(key) + " argument required");
     return nullptr;
@@ -271,7 +281,7 @@ void NativeWebViewPlugin::SetVisible(const EncodableValue* arguments, const std:
     result->Error("INVALID_ARGS", "Arguments required");
     return;
   }
-  const EncodableValue* value = Lookup(map, "visible");
+  const EncodableValue* value = Present(map, "visible");
   if (value == nullptr) {
     result->Error("INVALID_ARGS", "visible argument required");
     return;

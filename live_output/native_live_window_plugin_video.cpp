@@ -29,6 +29,12 @@ const EncodableValue* Find(const EncodableMap& map, const char* key) {
   return it == map.end() || it->second.IsNull() ? nullptr : &it->second;
 }
 
+// The value under `key`, null only when the key is absent (a list sent as null is not a list).
+const EncodableValue* FindPresent(const EncodableMap& map, const char* key) {
+  const auto it = map.find(EncodableValue(key));
+  return it == map.end() ? nullptr : &it->second;
+}
+
 // An "int" of the channel: a 32-bit or 64-bit integer. Another kind is a contract violation
 // (std::get raises and the handler's noexcept boundary ends the process without a reply).
 std::int64_t Integer(const EncodableValue& value) {
@@ -104,7 +110,7 @@ bool ReadTopology(const EncodableValue* arguments, std::unique_ptr<Result>& resu
     result->Error("INVALID_ARGS", "Expected map argument");
     return false;
   }
-  const EncodableValue* decoder_list = Find(*args, "decoders");
+  const EncodableValue* decoder_list = FindPresent(*args, "decoders");
   if (decoder_list == nullptr) {
     result->Error("INVALID_ARGS", "Missing 'decoders' argument");
     return false;
@@ -127,7 +133,7 @@ bool ReadTopology(const EncodableValue* arguments, std::unique_ptr<Result>& resu
     }
     decoders->push_back(ReadDecoder(*entry));
   }
-  const EncodableValue* assignment_list = Find(*args, "assignments");
+  const EncodableValue* assignment_list = FindPresent(*args, "assignments");
   if (assignment_list == nullptr) {
     result->Error("INVALID_ARGS", "Missing 'assignments' argument");
     return false;

@@ -15,6 +15,7 @@
 
 #include "encodable_value.h"
 #include "live_output/native_live_window_plugin.h"
+#include "live_output/test_support/hang_watchdog.h"
 #include "live_output/test_support/live_window_test_support.h"
 #include "live_output/test_support/video_test_support.h"
 #include "method_call.h"
@@ -31,6 +32,7 @@ using flutter::EncodableList;
 using flutter::EncodableMap;
 using flutter::EncodableValue;
 using live_window_test::CountOf;
+using live_window_test::HangWatchdog;
 using live_window_test::LogText;
 using live_window_test::PumpPending;
 using live_window_test::PumpUntil;
@@ -212,6 +214,7 @@ TEST_F(VideoRowsTest, ArgumentErrorsAnswerAtOnceAndChangeNothing) {
   const std::vector<ArgumentCase> cases = {
       {"setVideoTopology", Map({}), "Missing 'decoders' argument"},
       {"setVideoTopology", Map({{"decoders", EncodableValue(3)}}), "'decoders' must be a list"},
+      {"setVideoTopology", Map({{"decoders", EncodableValue()}}), "'decoders' must be a list"},
       {"setVideoTopology",
        Map({{"decoders", EncodableValue(EncodableList{decoder_without_path})},
             {"assignments", ok_decoders}}),
@@ -389,6 +392,48 @@ TEST_F(VideoRowsTest, CloseAllAndDestructionWithAHungPlayerReturn) {
              "topology again");
   DestroyPlugin();
   EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 2u);
+}
+
+// A coordinator that cannot make its composition device answers "DCOMP_FAILED" and is shut
+// down; the shared device stays for the next call, also across a "closeAll" that finds no
+// topology to tear down.
+TEST_F(VideoRowsTest, CompositionFailureAnswersAndKeepsTheSharedDeviceForTheNextCall) {
+  int composition_attempts = 0;
+  plugin_->video_topology().SetFactories(nullptr, [this, &composition_attempts] {
+    return std::make_unique<DCompCoordinator>(
+        clock_.AsFunction(),
+        [this, &composition_attempts](IDXGIDevice* device,
+                                      std::shared_ptr<CompositionDevice>* composition) {
+          return ++composition_attempts == 1 ? E_NOTIMPL
+                                             : recording_.AsFunction()(device, composition);
+        });
+  });
+  const Outcome failed = Call("setVideoTopology", Topology({}, {}));
+  EXPECT_EQ(failed.code + " " + failed.message, "DCOMP_FAILED Failed to initialize DCompCoordinator");
+  EXPECT_EQ(CountOf(NewLog(), "DCompositionCreateDevice failed, hr=0x80004001"), 1u);
+  EXPECT_EQ(CountOf(NewLog(), "[DCOMP] Shutdown"), 1u);
+  ExpectTrue(Call("closeAll"), "closeAll");
+  EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 0u);
+  ExpectTrue(Call("setVideoTopology", Topology({}, {})), "second topology");
+  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 1u);
+  EXPECT_EQ(composition_attempts, 2);
+}
+
+// A crash inside the media library's drawing ends the composition loop alone: the decoder it was
+// drawing is not left locked, so its commands and "closeAll" still answer.
+TEST_F(VideoRowsTest, FaultWhileDrawingAVideoLeavesItsDecoderUsable) {
+  HangWatchdog watchdog(60000, "using a decoder after a fault in its drawing");
+  Show("d", 0);
+  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
+             "topology");
+  MdkStandin_FaultNextRender();
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil(
+      [&] { return CountOf(NewLog(), "Render loop SEH exception: 0xC0000005") == 1; }, nullptr));
+  ExpectTrue(Call("setVolumeForDisplay",
+                  Map({{"displayId", EncodableValue("d")}, {"volume", EncodableValue(0.5)}})),
+             "volume");
+  ExpectTrue(Call("closeAll"), "closeAll");
 }
 
 // --- Reliability ---

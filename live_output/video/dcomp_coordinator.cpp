@@ -38,11 +38,7 @@ DCompCoordinator::~DCompCoordinator() {
     std::lock_guard<RecursiveLock> lock(fade_mutex_);
     fade_complete_ = nullptr;
   }
-  if (dcomp_device_) {
-    Shutdown();
-  } else if (running_.load() || render_thread_.joinable()) {
-    StopRenderLoop();
-  }
+  Shutdown();
 }
 
 bool DCompCoordinator::Initialize(ID3D11Device* device, ID3D11DeviceContext* context) {

@@ -3,6 +3,7 @@
 #include <cfloat>
 #include <utility>
 
+#include "live_output/log/held_locks.h"
 #include "live_output/log/logger.h"
 #include "live_output/video/mdk/mdk_library.h"
 #include "live_output/video/mdk/mdk_player.h"
@@ -242,7 +243,9 @@ void VideoDecoder::HandRenderApiToPlayerLocked() {
 }
 
 bool VideoDecoder::RenderFrame() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  // Runs inside the composition loop's fault guard: a fault in the player's drawing must not
+  // leave this lock held for the platform thread's next call.
+  HeldLocks::Scoped<std::mutex> lock(mutex_);
   if (!player_ || !render_target_view_ || context_ == nullptr) return false;
   if (!render_api_set_) HandRenderApiToPlayerLocked();
 

@@ -150,7 +150,6 @@ void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_d
     }
     const std::string key = it->first;
     coordinator_->RemoveDecoderPipeline(key);
-    it->second->Shutdown();
     it = decoders_.erase(it);
     Logger::Instance().Info(kCategory, "SetVideoTopology: removed decoder '%s'", key.c_str());
   }
@@ -264,9 +263,9 @@ void VideoTopology::ForEachDecoder(const std::function<void(VideoDecoder&)>& act
 }
 
 bool VideoTopology::TearDown() {
+  // Without a topology the shared device stays (a coordinator that failed to initialise leaves
+  // one behind, and the next call uses it).
   if (!coordinator_ && decoders_.empty() && !active_) {
-    context_.Reset();
-    device_.Reset();
     return false;
   }
   if (coordinator_) {

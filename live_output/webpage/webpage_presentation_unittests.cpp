@@ -201,8 +201,17 @@ TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
 }
 
 TEST_F(WebpagePresentationTest, ImageEndsThePageAndCloseSilencesTheBrowser) {
-  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-  ASSERT_TRUE(window_->ShowImageFromPixels(std::vector<std::uint8_t>(4 * 4 * 4, 0xFF), 4, 4, 0));
+  const std::vector<std::uint8_t> pixels(4 * 4 * 4, 0xFF);
+  {
+    // An image ends a page even in a window that has never had one: the stop counts a
+    // generation, so the first load is the second generation.
+    const LogSince log;
+    ASSERT_TRUE(window_->ShowImageFromPixels(pixels, 4, 4, 0));
+    ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+    EXPECT_EQ(log.Count("StopWebpage complete, new generation=1"), 1u);
+    EXPECT_EQ(log.Count("LoadWebpage started navigation (gen=2, url=https://a.example/)"), 1u);
+  }
+  ASSERT_TRUE(window_->ShowImageFromPixels(pixels, 4, 4, 0));
   EXPECT_EQ(window_->content_mode(), kContentImage);
   EXPECT_FALSE(PageVisible());
   ASSERT_TRUE(LoadAndSettle("https://b.example/"));

@@ -69,7 +69,9 @@ bool WebpagePresenter::Load(const std::string& url, bool is_local_file) {
   } else if (webview_ready_) {
     webview_->SetVisible(false);
     ClearLoadHandlers();
-    StartNavigation(url, is_local_file, generation);
+    ResizeToWindow();
+    SetLoadHandlers(generation);
+    Navigate(url, is_local_file);
   }
   // Otherwise the browser is still initialising: its result carries an older generation and is
   // ignored.
@@ -103,11 +105,19 @@ void WebpagePresenter::OnInitialized(const std::string& url, bool is_local_file,
 void WebpagePresenter::StartNavigation(const std::string& url, bool is_local_file,
                                        std::uint32_t generation) {
   SetLoadHandlers(generation);
+  ResizeToWindow();
+  webview_->SetVisible(false);
+  Navigate(url, is_local_file);
+}
+
+void WebpagePresenter::ResizeToWindow() {
   std::int32_t width = 0;
   std::int32_t height = 0;
   ClientSize(host_.window(), &width, &height);
   webview_->SetBounds(0, 0, width, height);
-  webview_->SetVisible(false);
+}
+
+void WebpagePresenter::Navigate(const std::string& url, bool is_local_file) {
   if (is_local_file) {
     webview_->NavigateToFile(url);
   } else {
@@ -176,16 +186,6 @@ void WebpagePresenter::Stop() {
   ++load_generation_;
   Logger::Instance().Info("WEBVIEW", "StopWebpage complete, new generation=%u",
                           static_cast<unsigned>(load_generation_));
-}
-
-void WebpagePresenter::StopForImage() {
-  {
-    std::lock_guard<RecursiveLock> lock(webview_mutex_);
-    if (!webview_ && !load_pending_ && current_url_.empty()) {
-      return;
-    }
-  }
-  Stop();
 }
 
 void WebpagePresenter::Resize(std::int32_t width, std::int32_t height) {

@@ -52,9 +52,6 @@ class WebpagePresenter {
   bool Reload();
   // Hides the page and makes every callback of its load stale. The browser is kept.
   void Stop();
-  // An image is about to be shown: Stop, unless this window never had a browser (then there is
-  // nothing to end, and the image path stays free of the log).
-  void StopForImage();
 
   // The window's client area changed.
   void Resize(std::int32_t width, std::int32_t height);
@@ -79,6 +76,10 @@ class WebpagePresenter {
   void OnDomContentLoaded(std::uint32_t generation);
   // Hidden, placed over the client area, with handlers for `generation`, then navigated.
   void StartNavigation(const std::string& url, bool is_local_file, std::uint32_t generation);
+  // The browser over the whole client area.
+  void ResizeToWindow();
+  // Navigates to the url (a file path when `is_local_file`); the window now shows a page.
+  void Navigate(const std::string& url, bool is_local_file);
   void SetLoadHandlers(std::uint32_t generation);
   void ClearLoadHandlers();
 

@@ -378,7 +378,7 @@ bool NativeLiveWindow::ShowImageFromPixels(const std::vector<std::uint8_t>& pixe
   }
   // Showing an image always ends a page. Done before the image lock is taken, so that the two
   // locks are never held together.
-  webpage_.StopForImage();
+  StopWebpage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), pixels.data(), width, height, fit_mode)) {
     return false;
@@ -398,7 +398,7 @@ bool NativeLiveWindow::ShowAnimatedImage(std::shared_ptr<const FrameList> frames
   if (!CheckUploadable(frames->front(), width, height)) {
     return false;
   }
-  webpage_.StopForImage();
+  StopWebpage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
   if (!image_.Upload(d3d_device_.Get(), frames->front().data(), width, height, fit_mode)) {
     return false;

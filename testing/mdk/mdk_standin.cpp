@@ -3,6 +3,9 @@
 
 #include "testing/mdk/mdk_standin.h"
 
+#include <atomic>
+#include <cstdint>
+
 #include "testing/mdk/standin_player.h"
 
 namespace {
@@ -11,8 +14,16 @@ using namespace mdk_standin;  // NOLINT: the stand-in's own types throughout thi
 
 StandinPlayer* Self(mdkPlayer* object) { return reinterpret_cast<StandinPlayer*>(object); }
 
+// Set by MdkStandin_FaultNextRender; the address the faulting render writes to (never mapped).
+std::atomic<bool> g_fault_next_render{false};
+std::atomic<std::uintptr_t> g_fault_address{0};
+
 // Draws the frame at the player's position into its render target with its context.
 double RenderVideo(mdkPlayer* object, void*) {
+  if (g_fault_next_render.exchange(false)) {
+    // A crash inside the library's drawing, before it holds any lock of its own.
+    *reinterpret_cast<volatile int*>(g_fault_address.load()) = 1;
+  }
   ComPtr<ID3D11DeviceContext> context;
   ComPtr<ID3D11DeviceChild> target;
   std::int64_t position;
@@ -393,6 +404,8 @@ MDK_STANDIN_API void MdkStandin_ScriptSeeks(const char* modes) {
     start = comma + 1;
   }
 }
+
+MDK_STANDIN_API void MdkStandin_FaultNextRender() { g_fault_next_render.store(true); }
 
 MDK_STANDIN_API void MdkStandin_SetStopHangMs(int milliseconds) {
   std::lock_guard<std::mutex> lock(g_mutex);

@@ -59,6 +59,8 @@ MDK_STANDIN_API void MdkStandin_ScriptSeeks(const char* modes);
 // 0: stops complete at once; > 0: after that long; -1: only through MdkStandin_ReleaseHungStops.
 MDK_STANDIN_API void MdkStandin_SetStopHangMs(int milliseconds);
 
+// The next renderVideo call, by any player, raises an access violation.
+MDK_STANDIN_API void MdkStandin_FaultNextRender();
 // Each playing, loaded player delivers `count` frames; returns once their callbacks have run.
 MDK_STANDIN_API void MdkStandin_AdvanceFrames(int count);
 // Completes every held (late) seek; returns once the callbacks have run.
