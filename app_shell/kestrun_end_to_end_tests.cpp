@@ -16,11 +16,13 @@
 
 #include "encodable_value.h"
 #include "headless_session.h"
+#include "tools/headless_engine/testing/program_test_support.h"
 
 namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using kestrun_headless::BuiltKestrunProgram;
 using kestrun_headless::HeadlessEvent;
 using kestrun_headless::HeadlessSession;
 using kestrun_headless::ReplyKind;
@@ -31,16 +33,6 @@ using ::testing::MatchesRegex;
 constexpr char kNativeWindow[] = "kestrun/native_window";
 constexpr char kDistribution[] = "kestrun/distribution";
 constexpr char kPluginRecords[] = "kestrun.testing/plugins";
-
-// build/mingw/tests/<this>.exe -> build/mingw/bin/kestrun.exe
-std::wstring KestrunProgram() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  folder = folder.substr(0, folder.rfind(L'\\'));  // tests
-  folder = folder.substr(0, folder.rfind(L'\\'));  // build tree
-  return folder + L"\\bin\\kestrun.exe";
-}
 
 bool FileExists(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -71,7 +63,7 @@ int CountMessages(const std::vector<HeadlessEvent>& events, const std::string& c
 }
 
 TEST(KestrunProgramTest, CarriesTheApplicationIconAsResource101) {
-  HMODULE program = LoadLibraryExW(KestrunProgram().c_str(), nullptr,
+  HMODULE program = LoadLibraryExW(BuiltKestrunProgram().c_str(), nullptr,
                                    LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
   ASSERT_NE(program, nullptr);
   EXPECT_NE(FindResourceW(program, MAKEINTRESOURCEW(101), RT_GROUP_ICON), nullptr) << "no icon 101";
@@ -99,13 +91,12 @@ std::string ManifestOf(const std::wstring& program) {
 // Without a manifest naming Windows 8 or later, Windows refuses the layered child window that fades
 // an output window. The program and the test programs that open output windows carry it.
 TEST(KestrunProgramTest, ManifestDeclaresWindows10AmongTheSupportedSystems) {
-  const std::wstring tests = KestrunProgram().substr(0, KestrunProgram().rfind(L"\\bin\\")) +
-                             L"\\tests\\";
-  for (const std::wstring& program :
-       {KestrunProgram(), tests + L"live_window_unittests.exe",
-        tests + L"native_live_window_plugin_unittests.exe"}) {
-    const std::string manifest = ManifestOf(program);
-    SCOPED_TRACE(std::string(program.begin(), program.end()));
+  const std::wstring program = BuiltKestrunProgram();
+  const std::wstring tests = program.substr(0, program.rfind(L"\\bin\\")) + L"\\tests\\";
+  for (const std::wstring& built : {program, tests + L"live_window_unittests.exe",
+                                    tests + L"native_live_window_plugin_unittests.exe"}) {
+    const std::string manifest = ManifestOf(built);
+    SCOPED_TRACE(std::string(built.begin(), built.end()));
     ASSERT_FALSE(manifest.empty()) << "no manifest resource 1";
     EXPECT_NE(manifest.find("<supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\"/>"),
               std::string::npos)
@@ -122,7 +113,7 @@ class KestrunProcessTest : public ::testing::Test {
   void Start(std::vector<std::pair<std::wstring, std::wstring>> environment = {},
              std::vector<std::wstring> arguments = {}) {
     SessionOptions options;
-    options.program = KestrunProgram();
+    options.program = BuiltKestrunProgram();
     options.arguments = std::move(arguments);
     options.environment = std::move(environment);
     ASSERT_TRUE(FileExists(options.program)) << "kestrun.exe is not built";
@@ -279,7 +270,7 @@ TEST_F(KestrunProcessTest, NormalCloseWithAnOutputWindowOpenExitsWithZero) {
 
 TEST_F(KestrunProcessTest, FailingViewControllerEndsTheProcessWithCode1) {
   SessionOptions options;
-  options.program = KestrunProgram();
+  options.program = BuiltKestrunProgram();
   options.environment.push_back({L"KESTRUN_HEADLESS_FAIL", L"view_controller"});
   // The engine may connect before the view controller fails, or the program may end first.
   session_.Start(options);

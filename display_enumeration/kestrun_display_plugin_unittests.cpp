@@ -18,10 +18,9 @@
 #include "kestrun_display_plugin.h"
 #include "kestrun_display_plugin_c_api.h"
 #include "method_call.h"
-#include "method_result_functions.h"
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
-#include "standard_method_codec.h"
+#include "reply_test_support.h"
 
 namespace kestrun_display {
 namespace {
@@ -29,36 +28,12 @@ namespace {
 using flutter::EncodableList;
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using flutter::reply_test::Outcome;
+using flutter::reply_test::ReplyTo;
 
 constexpr char kMethods[] = "com.kestrun.kestrun_display";
 constexpr char kEvents[] = "com.kestrun.kestrun_display/events";
 
-const flutter::StandardMethodCodec& Codec() { return flutter::StandardMethodCodec::GetInstance(); }
-
-// A reply as the interface reads it: kind "success" (with its value), "error", "not implemented"
-// (empty reply) or "none" (no reply at all).
-struct Outcome {
-  std::string kind = "none";
-  EncodableValue value;
-};
-
-Outcome DecodeReply(const std::vector<uint8_t>& bytes) {
-  Outcome outcome;
-  outcome.kind = "not implemented";
-  flutter::MethodResultFunctions<> result(
-      [&](const EncodableValue* value) {
-        outcome.kind = "success";
-        outcome.value = value != nullptr ? *value : EncodableValue();
-      },
-      [&](const std::string&, const std::string&, const EncodableValue*) {
-        outcome.kind = "error";
-      },
-      nullptr);
-  if (!bytes.empty()) {
-    Codec().DecodeAndProcessResponseEnvelope(bytes.data(), bytes.size(), &result);
-  }
-  return outcome;
-}
 
 const EncodableValue& Member(const EncodableValue& map, const char* key) {
   return std::get<EncodableMap>(map).at(EncodableValue(key));
@@ -106,15 +81,10 @@ class DisplayPluginTest : public ::testing::Test {
   }
 
   Outcome Call(const std::string& channel, const std::string& method) {
-    flutter::MethodCall<> call(method, std::make_unique<EncodableValue>());
-    const std::vector<uint8_t> bytes = *Codec().EncodeMethodCall(call);
-    const int token = FlutterTestDeliverMessage(messenger_, channel.c_str(), bytes.data(),
-                                                bytes.size());
-    const uint8_t* data = nullptr;
-    size_t size = 0;
-    const int count = FlutterTestGetResponse(token, &data, &size);
-    EXPECT_EQ(count, 1) << method << " must be answered exactly once";
-    return count == 0 ? Outcome() : DecodeReply(std::vector<uint8_t>(data, data + size));
+    const Outcome outcome = ReplyTo(
+        flutter::reply_test::Deliver(messenger_, channel.c_str(), method, EncodableValue()));
+    EXPECT_EQ(outcome.replies, 1) << method << " must be answered exactly once";
+    return outcome;
   }
 
   // Offers a message to the top-level delegates; answers whether one consumed it.

@@ -14,36 +14,17 @@
 #include "embedded_webview/native_webview_plugin.h"
 #include "encodable_value.h"
 #include "method_call.h"
-#include "method_result_functions.h"
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
+#include "reply_test_support.h"
 
 namespace native_webview {
 namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
-
-// The replies one call got.
-struct Outcome {
-  std::string kind = "none";  // "success", "error", "not implemented" or "none"
-  EncodableValue value;
-  std::string code;
-  std::string message;
-  int replies = 0;
-};
-
-std::string Describe(const Outcome& o) {
-  return o.kind + " " + o.code + " \"" + o.message + "\" x" + std::to_string(o.replies);
-}
-
-EncodableValue Map(std::initializer_list<std::pair<const char*, EncodableValue>> entries) {
-  EncodableMap map;
-  for (const auto& entry : entries) {
-    map[EncodableValue(entry.first)] = entry.second;
-  }
-  return EncodableValue(map);
-}
+using flutter::reply_test::Map;
+using flutter::reply_test::Outcome;
 
 bool PumpUntil(const std::function<bool()>& done) {
   const ULONGLONG deadline = GetTickCount64() + 30000;
@@ -89,27 +70,11 @@ class WebViewPluginTest : public ::testing::Test {
   std::shared_ptr<Outcome> Start(const std::string& method,
                                  const EncodableValue* arguments = nullptr) {
     auto outcome = std::make_shared<Outcome>();
-    auto result = std::make_unique<flutter::MethodResultFunctions<>>(
-        [outcome](const EncodableValue* value) {
-          outcome->kind = "success";
-          outcome->value = value != nullptr ? *value : EncodableValue();
-          ++outcome->replies;
-        },
-        [outcome](const std::string& code, const std::string& message, const EncodableValue*) {
-          outcome->kind = "error";
-          outcome->code = code;
-          outcome->message = message;
-          ++outcome->replies;
-        },
-        [outcome] {
-          outcome->kind = "not implemented";
-          ++outcome->replies;
-        });
     plugin_->HandleMethodCall(
         flutter::MethodCall<>(method, arguments != nullptr
                                           ? std::make_unique<EncodableValue>(*arguments)
                                           : nullptr),
-        std::move(result));
+        flutter::reply_test::RecordingResult(outcome));
     return outcome;
   }
   // A call answered once the browser has delivered everything it has to say.
@@ -215,7 +180,7 @@ TEST_F(WebViewPluginTest, ViewsAreIndependentAndFollowTheirCalls) {
   const std::vector<BYTE> png = {0x89, 'P', 'N', 'G'};
   WebView2Standin_SetCapture(S_OK, png.data(), static_cast<UINT32>(png.size()));
   const Outcome captured = Call("captureScreenshot", b);
-  ASSERT_EQ(captured.kind, "success") << Describe(captured);
+  ASSERT_EQ(captured.kind, "success") << captured;
   EXPECT_EQ(std::get<std::vector<std::uint8_t>>(captured.value),
             std::vector<std::uint8_t>(png.begin(), png.end()));
   WebView2Standin_SetCapture(E_FAIL, nullptr, 0);
@@ -267,7 +232,7 @@ TEST_F(WebViewPluginTest, HundredQuickCreateDisposeCyclesLeaveNothingBehind) {
   ASSERT_TRUE(PumpEvents());
   // Every "initialize" was answered exactly once, and no late event made anything.
   for (const auto& outcome : initialized) {
-    EXPECT_EQ(outcome->replies, 1) << Describe(*outcome);
+    EXPECT_EQ(outcome->replies, 1) << *outcome;
   }
   EXPECT_EQ(plugin_->view_count(), 0u);
   EXPECT_EQ(WebView2Standin_LiveObjects(), 0);

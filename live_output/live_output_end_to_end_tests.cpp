@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <variant>
@@ -19,6 +18,7 @@
 
 #include "encodable_value.h"
 #include "headless_session.h"
+#include "tools/headless_engine/testing/program_test_support.h"
 #include "live_output/test_support/image_decoder_test_files.h"
 #include "live_output/test_support/live_window_test_support.h"
 
@@ -26,6 +26,8 @@ namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using kestrun_headless::BuiltKestrunProgram;
+using kestrun_headless::Describe;
 using kestrun_headless::HeadlessEvent;
 using kestrun_headless::HeadlessSession;
 using kestrun_headless::Reply;
@@ -54,16 +56,6 @@ constexpr int kTop = 800;
 constexpr int kHalfWidth = 400;
 constexpr int kHeight = 200;
 
-// build/mingw/tests/<this>.exe -> build/mingw/bin/kestrun.exe
-std::wstring KestrunProgram() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  folder = folder.substr(0, folder.rfind(L'\\'));
-  folder = folder.substr(0, folder.rfind(L'\\'));
-  return folder + L"\\bin\\kestrun.exe";
-}
-
 EncodableValue Map(std::vector<std::pair<const char*, EncodableValue>> entries) {
   EncodableMap map;
   for (auto& entry : entries) {
@@ -82,19 +74,6 @@ EncodableValue DisplayArguments(const char* display_id, int x) {
               {"width", EncodableValue(kHalfWidth)},
               {"height", EncodableValue(kHeight)},
               {"isPrimary", EncodableValue(false)}});
-}
-
-std::string Describe(const Reply& reply) {
-  std::ostringstream text;
-  switch (reply.kind) {
-    case ReplyKind::kSuccess: text << "success"; break;
-    case ReplyKind::kError:
-      text << "error " << reply.error_code << ": " << reply.error_message;
-      break;
-    case ReplyKind::kNotImplemented: text << "not implemented"; break;
-    case ReplyKind::kFailed: text << "no reply: " << reply.failure; break;
-  }
-  return text.str();
 }
 
 ::testing::AssertionResult Succeeded(const Reply& reply) {
@@ -161,7 +140,7 @@ class LiveOutputProgramTest : public ::testing::Test {
     files_ = new ImageDecoderTestFiles();
     session_ = new HeadlessSession();
     SessionOptions options;
-    options.program = KestrunProgram();
+    options.program = BuiltKestrunProgram();
     start_error_ = session_->Start(options) ? std::string() : session_->last_error();
     // The main window is shown on the engine's first frame; let that happen before any output
     // window opens.

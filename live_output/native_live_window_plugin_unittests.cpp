@@ -28,10 +28,9 @@
 #include "live_output/window/native_live_window.h"
 #include "live_output/native_live_window_plugin.h"
 #include "live_output/native_live_window_plugin_c_api.h"
-#include "method_call.h"
-#include "method_result_functions.h"
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
+#include "reply_test_support.h"
 #include "standard_method_codec.h"
 
 namespace native_live_window {
@@ -40,47 +39,15 @@ namespace {
 using flutter::EncodableList;
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using flutter::reply_test::Map;
+using flutter::reply_test::Outcome;
+using flutter::reply_test::ReplyTo;
 using ::testing::HasSubstr;
 
 constexpr char kChannel[] = "com.kestrun.native_live_window";
 constexpr DWORD kTimeoutMs = 30000;
 
 const flutter::StandardMethodCodec& Codec() { return flutter::StandardMethodCodec::GetInstance(); }
-
-// A reply as the interface reads it.
-struct Outcome {
-  // "success", "error", "not implemented" or "none" (no reply yet).
-  std::string kind = "none";
-  EncodableValue value;
-  std::string code;
-  std::string message;
-  int replies = 0;
-};
-
-std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
-  return out << outcome.kind << " " << outcome.code << " \"" << outcome.message << "\" ("
-             << outcome.replies << " replies)";
-}
-
-Outcome DecodeReply(const std::vector<std::uint8_t>& bytes) {
-  Outcome outcome;
-  outcome.kind = "not implemented";
-  flutter::MethodResultFunctions<> result(
-      [&](const EncodableValue* value) {
-        outcome.kind = "success";
-        outcome.value = value != nullptr ? *value : EncodableValue();
-      },
-      [&](const std::string& code, const std::string& message, const EncodableValue*) {
-        outcome.kind = "error";
-        outcome.code = code;
-        outcome.message = message;
-      },
-      nullptr);
-  if (!bytes.empty()) {
-    Codec().DecodeAndProcessResponseEnvelope(bytes.data(), bytes.size(), &result);
-  }
-  return outcome;
-}
 
 void ExpectSuccess(const Outcome& outcome) {
   EXPECT_EQ(outcome.kind, "success") << outcome;
@@ -96,12 +63,15 @@ void ExpectError(const Outcome& outcome, const std::string& code, const std::str
   EXPECT_EQ(outcome.message, message);
 }
 
-EncodableValue Map(std::initializer_list<std::pair<const char*, EncodableValue>> entries) {
-  EncodableMap map;
-  for (const auto& entry : entries) {
-    map[EncodableValue(entry.first)] = entry.second;
-  }
-  return EncodableValue(map);
+// A crop of the right half of a 3840 x 1080 canvas.
+EncodableMap CropArguments(const char* display_id) {
+  return {{EncodableValue("displayId"), EncodableValue(display_id)},
+          {EncodableValue("left"), EncodableValue(0.5)},
+          {EncodableValue("top"), EncodableValue(0.0)},
+          {EncodableValue("width"), EncodableValue(0.5)},
+          {EncodableValue("height"), EncodableValue(1.0)},
+          {EncodableValue("canvasWidth"), EncodableValue(3840)},
+          {EncodableValue("canvasHeight"), EncodableValue(1080)}};
 }
 
 EncodableValue Id(const std::string& display_id) {
@@ -176,21 +146,7 @@ class LiveWindowPluginTest : public ::testing::Test {
   }
 
   int Deliver(const std::string& method, const EncodableValue& arguments) {
-    flutter::MethodCall<> call(method, std::make_unique<EncodableValue>(arguments));
-    const std::vector<std::uint8_t> bytes = *Codec().EncodeMethodCall(call);
-    return FlutterTestDeliverMessage(messenger_, kChannel, bytes.data(), bytes.size());
-  }
-
-  static Outcome ReplyTo(int token) {
-    const std::uint8_t* data = nullptr;
-    std::size_t size = 0;
-    const int count = FlutterTestGetResponse(token, &data, &size);
-    Outcome outcome;
-    if (count > 0) {
-      outcome = DecodeReply(std::vector<std::uint8_t>(data, data + size));
-    }
-    outcome.replies = count;
-    return outcome;
+    return flutter::reply_test::Deliver(messenger_, kChannel, method, arguments);
   }
 
   // A call answered while it is handled.
@@ -335,13 +291,7 @@ TEST_F(LiveWindowPluginTest, CropRectNeedsAllSixValues) {
   const char* keys[] = {"left", "top", "width", "height", "canvasWidth", "canvasHeight"};
   for (const char* missing : keys) {
     SCOPED_TRACE(missing);
-    EncodableMap map = {{EncodableValue("displayId"), EncodableValue("d1")},
-                        {EncodableValue("left"), EncodableValue(0.5)},
-                        {EncodableValue("top"), EncodableValue(0.0)},
-                        {EncodableValue("width"), EncodableValue(0.5)},
-                        {EncodableValue("height"), EncodableValue(1.0)},
-                        {EncodableValue("canvasWidth"), EncodableValue(3840)},
-                        {EncodableValue("canvasHeight"), EncodableValue(1080)}};
+    EncodableMap map = CropArguments("d1");
     map.erase(EncodableValue(missing));
     ExpectError(Call("setCropRectForDisplay", EncodableValue(map)), "INVALID_ARGS",
                 "Missing crop rect arguments");
@@ -353,11 +303,7 @@ TEST_F(LiveWindowPluginTest, CommandsOnUnknownDisplaysAndOnNoWindowsSucceedQuiet
                              "stopImageForDisplay", "clearCropRectForDisplay"}) {
     ExpectSuccess(Call(method, Id("nobody")));
   }
-  EncodableValue crop = Map({{"displayId", EncodableValue("nobody")}, {"left", EncodableValue(0.0)},
-                             {"top", EncodableValue(0.0)}, {"width", EncodableValue(1.0)},
-                             {"height", EncodableValue(1.0)}, {"canvasWidth", EncodableValue(1920)},
-                             {"canvasHeight", EncodableValue(1080)}});
-  ExpectSuccess(Call("setCropRectForDisplay", crop));
+  ExpectSuccess(Call("setCropRectForDisplay", EncodableValue(CropArguments("nobody"))));
   for (const char* method : {"closeAll", "blankAll", "unblankAll", "fadeToBlackAll",
                              "fadeFromBlackAll"}) {
     ExpectSuccess(Call(method));

@@ -18,11 +18,9 @@
 #include "live_output/test_support/hang_watchdog.h"
 #include "live_output/test_support/live_window_test_support.h"
 #include "live_output/test_support/video_test_support.h"
-#include "method_call.h"
-#include "method_result_functions.h"
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
-#include "standard_method_codec.h"
+#include "reply_test_support.h"
 #include "testing/mdk/mdk_standin.h"
 
 namespace native_live_window {
@@ -31,6 +29,9 @@ namespace {
 using flutter::EncodableList;
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using flutter::reply_test::Map;
+using flutter::reply_test::Outcome;
+using flutter::reply_test::ReplyTo;
 using live_window_test::CountOf;
 using live_window_test::HangWatchdog;
 using live_window_test::LogText;
@@ -38,22 +39,6 @@ using live_window_test::PumpPending;
 using live_window_test::PumpUntil;
 
 constexpr char kChannel[] = "com.kestrun.native_live_window";
-
-struct Outcome {
-  std::string kind = "none";  // "success", "error", "not implemented" or "none"
-  EncodableValue value;
-  std::string code;
-  std::string message;
-  int replies = 0;
-};
-
-EncodableValue Map(std::initializer_list<std::pair<const char*, EncodableValue>> entries) {
-  EncodableMap map;
-  for (const auto& entry : entries) {
-    map[EncodableValue(entry.first)] = entry.second;
-  }
-  return EncodableValue(map);
-}
 
 EncodableValue Decoder(const std::string& key, const std::string& path, std::int64_t start = 0) {
   return Map({{"key", EncodableValue(key)},
@@ -120,37 +105,7 @@ class VideoRowsTest : public ::testing::Test {
   }
 
   int Deliver(const std::string& method, const EncodableValue& arguments) {
-    flutter::MethodCall<> call(method, std::make_unique<EncodableValue>(arguments));
-    const std::vector<std::uint8_t> bytes =
-        *flutter::StandardMethodCodec::GetInstance().EncodeMethodCall(call);
-    return FlutterTestDeliverMessage(messenger_, kChannel, bytes.data(), bytes.size());
-  }
-
-  static Outcome ReplyTo(int token) {
-    const std::uint8_t* data = nullptr;
-    std::size_t size = 0;
-    Outcome outcome;
-    outcome.replies = FlutterTestGetResponse(token, &data, &size);
-    if (outcome.replies == 0) {
-      return outcome;
-    }
-    outcome.kind = "not implemented";
-    flutter::MethodResultFunctions<> result(
-        [&](const EncodableValue* value) {
-          outcome.kind = "success";
-          outcome.value = value != nullptr ? *value : EncodableValue();
-        },
-        [&](const std::string& code, const std::string& message, const EncodableValue*) {
-          outcome.kind = "error";
-          outcome.code = code;
-          outcome.message = message;
-        },
-        nullptr);
-    if (size != 0) {
-      flutter::StandardMethodCodec::GetInstance().DecodeAndProcessResponseEnvelope(data, size,
-                                                                                   &result);
-    }
-    return outcome;
+    return flutter::reply_test::Deliver(messenger_, kChannel, method, arguments);
   }
 
   Outcome Call(const std::string& method, const EncodableValue& arguments = EncodableValue()) {
@@ -398,25 +353,22 @@ TEST_F(VideoRowsTest, CloseAllAndDestructionWithAHungPlayerReturn) {
 // down; the shared device stays for the next call, also across a "closeAll" that finds no
 // topology to tear down.
 TEST_F(VideoRowsTest, CompositionFailureAnswersAndKeepsTheSharedDeviceForTheNextCall) {
-  int composition_attempts = 0;
-  plugin_->video_topology().SetFactories(nullptr, [this, &composition_attempts] {
+  int attempts = 0;
+  plugin_->video_topology().SetFactories(nullptr, [this, &attempts] {
     return std::make_unique<DCompCoordinator>(
-        clock_.AsFunction(),
-        [this, &composition_attempts](IDXGIDevice* device,
-                                      std::shared_ptr<CompositionDevice>* composition) {
-          return ++composition_attempts == 1 ? E_NOTIMPL
-                                             : recording_.AsFunction()(device, composition);
+        clock_.AsFunction(), [this, &attempts](IDXGIDevice* device, auto* composition) {
+          return ++attempts == 1 ? E_NOTIMPL : recording_.AsFunction()(device, composition);
         });
   });
   const Outcome failed = Call("setVideoTopology", Topology({}, {}));
   EXPECT_EQ(failed.code + " " + failed.message, "DCOMP_FAILED Failed to initialize DCompCoordinator");
-  EXPECT_EQ(CountOf(NewLog(), "DCompositionCreateDevice failed, hr=0x80004001"), 1u);
-  EXPECT_EQ(CountOf(NewLog(), "[DCOMP] Shutdown"), 1u);
   ExpectTrue(Call("closeAll"), "closeAll");
-  EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 0u);
   ExpectTrue(Call("setVideoTopology", Topology({}, {})), "second topology");
-  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 1u);
-  EXPECT_EQ(composition_attempts, 2);
+  const std::string log = NewLog();
+  EXPECT_EQ(CountOf(log, "DCompositionCreateDevice failed, hr=0x80004001"), 1u);
+  EXPECT_EQ(CountOf(log, "[DCOMP] Shutdown"), 1u);
+  EXPECT_EQ(CountOf(log, "Video topology torn down during CloseAll"), 0u);
+  EXPECT_EQ(CountOf(log, "Created shared D3D11 device for DComp"), 1u);
 }
 
 // A crash inside the media library's drawing ends the composition loop alone: the decoder it was

@@ -5,20 +5,21 @@
 #include <windows.h>
 
 #include <cwchar>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "encodable_value.h"
 #include "headless_session.h"
+#include "tools/headless_engine/testing/program_test_support.h"
 
 namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using kestrun_headless::BuiltKestrunProgram;
+using kestrun_headless::Describe;
 using kestrun_headless::HeadlessSession;
-using kestrun_headless::Reply;
 using kestrun_headless::ReplyKind;
 using kestrun_headless::SessionOptions;
 
@@ -28,32 +29,12 @@ constexpr char kWebView[] = "kestrun/native_webview";
 constexpr int kLeft = 900;
 constexpr int kTop = 500;
 
-std::wstring KestrunProgram() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  folder = folder.substr(0, folder.rfind(L'\\'));
-  folder = folder.substr(0, folder.rfind(L'\\'));
-  return folder + L"\\bin\\kestrun.exe";
-}
-
 EncodableValue Map(std::vector<std::pair<const char*, EncodableValue>> entries) {
   EncodableMap map;
   for (auto& entry : entries) {
     map[EncodableValue(entry.first)] = std::move(entry.second);
   }
   return EncodableValue(std::move(map));
-}
-
-std::string Describe(const Reply& reply) {
-  std::ostringstream text;
-  switch (reply.kind) {
-    case ReplyKind::kSuccess: text << "success"; break;
-    case ReplyKind::kError: text << "error " << reply.error_code << ": " << reply.error_message; break;
-    case ReplyKind::kNotImplemented: text << "not implemented"; break;
-    case ReplyKind::kFailed: text << "no reply: " << reply.failure; break;
-  }
-  return text.str();
 }
 
 // Whether the program's output window has the browser's window shown in it. (Wine draws
@@ -87,7 +68,7 @@ class WebpageProgramTest : public ::testing::Test {
   static void SetUpTestSuite() {
     session_ = new HeadlessSession();
     SessionOptions options;
-    options.program = KestrunProgram();
+    options.program = BuiltKestrunProgram();
     start_error_ = session_->Start(options) ? std::string() : session_->last_error();
   }
   static void TearDownTestSuite() {

@@ -150,9 +150,19 @@ void FaultingFrame() {
   *target = 1;
 }
 
-TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
+// Makes the window's next frame fault, and waits until it has.
+::testing::AssertionResult FaultNextFrame(NativeLiveWindow& window) {
   g_fault_reached = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  ASSERT_NE(g_fault_reached, nullptr);
+  window.SetFrameHookForTesting(&FaultingFrame);
+  const bool reached = PumpUntil(
+      [] { return WaitForSingleObject(g_fault_reached, 0) == WAIT_OBJECT_0; }, g_fault_reached);
+  window.SetFrameHookForTesting(nullptr);
+  CloseHandle(g_fault_reached);
+  g_fault_reached = nullptr;
+  return reached ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "no fault";
+}
+
+TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   NativeLiveWindow window;
   NativeLiveWindow bystander;
   ASSERT_TRUE(Show(window, {Display("Faulting display", 120, 120, 160, 90)}));
@@ -161,10 +171,7 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   const std::size_t mark = LogText().size();
   CapturedStdout output;
 
-  window.SetFrameHookForTesting(&FaultingFrame);
-  ASSERT_TRUE(PumpUntil([] { return WaitForSingleObject(g_fault_reached, 0) == WAIT_OBJECT_0; },
-                        g_fault_reached));
-  window.SetFrameHookForTesting(nullptr);
+  ASSERT_TRUE(FaultNextFrame(window));
 
   // The frame hook ran with the image lock held: the fault released it, so an upload goes through.
   EXPECT_TRUE(window.ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0x40), 8, 8, 2));
@@ -192,23 +199,16 @@ TEST(RenderLoopFaultTest, AccessViolationInAFrameEndsOnlyThatWindowsLoop) {
   EXPECT_EQ(CountOf(LogText().substr(mark), "CRASH in render loop"), 1u);
   window.Close();
   bystander.Close();
-  CloseHandle(g_fault_reached);
-  g_fault_reached = nullptr;
 }
 
 HRESULT HungDevice(HRESULT) { return DXGI_ERROR_DEVICE_HUNG; }
 
 TEST(RenderLoopFaultTest, CrashOnARemovedDeviceLogsItsReasonAndOnlyAStopAllowsARestart) {
-  g_fault_reached = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  ASSERT_NE(g_fault_reached, nullptr);
   NativeLiveWindow window;
   ASSERT_TRUE(Show(window, {Display("Hung device", 120, 120, 160, 90)}));
   window.SetRemovedReasonFilterForTesting(&HungDevice);
   const std::size_t mark = LogText().size();
-  window.SetFrameHookForTesting(&FaultingFrame);
-  ASSERT_TRUE(PumpUntil([] { return WaitForSingleObject(g_fault_reached, 0) == WAIT_OBJECT_0; },
-                        g_fault_reached));
-  window.SetFrameHookForTesting(nullptr);
+  ASSERT_TRUE(FaultNextFrame(window));
   // Crashed but not stopped: a restart does nothing (and does not replace the unjoined thread).
   window.RestartRenderLoop();
   EXPECT_TRUE(window.render_loop_running());
@@ -220,8 +220,6 @@ TEST(RenderLoopFaultTest, CrashOnARemovedDeviceLogsItsReasonAndOnlyAStopAllowsAR
       << log;
   EXPECT_EQ(CountOf(log, "Render loop restarted"), 0u) << log;
   window.Close();
-  CloseHandle(g_fault_reached);
-  g_fault_reached = nullptr;
 }
 
 // Frames that reached the content (the frame hook runs only there).

@@ -304,23 +304,5 @@ TEST(RegistrarTest, DelegatesRunInRegistrationOrderUntilOneHandlesTheMessage) {
   EXPECT_EQ(registrar.delegate_count(), 1u);
 }
 
-// ---- Window message names ---------------------------------------------------------------------------
-
-TEST(WindowMessageNamesTest, NamesAndNumbers) {
-  const struct {
-    const char* text;
-    unsigned number;  // 0: refused
-  } cases[] = {{"WM_CLOSE", 0x10},        {"WM_QUERYENDSESSION", 0x11}, {"WM_ENDSESSION", 0x16},
-               {"WM_WTSSESSION_CHANGE", 0x2B1}, {"WM_DISPLAYCHANGE", 0x7E},
-               {"WM_SETTINGCHANGE", 0x1A}, {"32768", 0x8000},            {"0x2b1", 0x2B1},
-               {"wm_close", 0},           {"0x10000", 0},                {"12abc", 0},
-               {"", 0}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(WindowMessageFromText(c.text).value_or(0), c.number) << c.text;
-  }
-  EXPECT_EQ(WindowMessageName(0x7E), "WM_DISPLAYCHANGE");
-  EXPECT_EQ(WindowMessageName(0x1234), "0x1234");
-}
-
 }  // namespace
 }  // namespace kestrun_headless
