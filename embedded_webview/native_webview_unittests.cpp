@@ -123,15 +123,15 @@ TEST_F(NativeWebViewTest, DisableTimerRunsThirtyTimesThenRemovesItsProperty) {
   // Our own loop, to see each tick of the timer before it is dispatched.
   const DWORD start = GetTickCount();
   MSG msg;
-  while (ticks < NativeWebView::kDisableTimerTicks && GetTickCount() - start < 30000) {
+  while (ticks < 30 && GetTickCount() - start < 30000) {
     if (!PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
       MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
       continue;
     }
     if (msg.message == WM_TIMER && msg.hwnd == parent_ &&
-        msg.wParam == NativeWebView::kDisableTimerId) {
+        msg.wParam == 1001) {
       const auto before = reinterpret_cast<std::intptr_t>(
-          GetPropW(parent_, NativeWebView::kDisableTimerProperty));
+          GetPropW(parent_, L"DisableTimerCount"));
       counted_in_order = counted_in_order && before == ticks;
       ++ticks;
       if (ticks == 5) {
@@ -142,12 +142,12 @@ TEST_F(NativeWebViewTest, DisableTimerRunsThirtyTimesThenRemovesItsProperty) {
     }
     DispatchMessageW(&msg);
   }
-  EXPECT_EQ(ticks, NativeWebView::kDisableTimerTicks);
+  EXPECT_EQ(ticks, 30);
   EXPECT_TRUE(counted_in_order);
-  EXPECT_EQ(GetPropW(parent_, NativeWebView::kDisableTimerProperty), nullptr);
+  EXPECT_EQ(GetPropW(parent_, L"DisableTimerCount"), nullptr);
   EXPECT_FALSE(IsWindowEnabled(late_child));
   // The timer is gone.
-  EXPECT_FALSE(KillTimer(parent_, NativeWebView::kDisableTimerId));
+  EXPECT_FALSE(KillTimer(parent_, 1001));
 }
 
 TEST_F(NativeWebViewTest, BrowserEventsReachTheirHandlers) {
