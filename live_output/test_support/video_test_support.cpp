@@ -39,17 +39,5 @@ std::shared_ptr<RecordingCompositionDevice> RecordingFactory::last() const {
   return devices_->empty() ? nullptr : devices_->back();
 }
 
-void FillTexture(ID3D11DeviceContext* context, ID3D11Texture2D* texture, int width, int height,
-                 std::uint32_t (*colour_at)(int x, int y, int width, int height)) {
-  std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) * height);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      pixels[static_cast<std::size_t>(y) * width + x] =
-          0xFF000000u | colour_at(x, y, width, height);
-    }
-  }
-  context->UpdateSubresource(texture, 0, nullptr, pixels.data(), static_cast<UINT>(width * 4), 0);
-}
-
 }  // namespace video_test
 }  // namespace native_live_window

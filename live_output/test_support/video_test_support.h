@@ -67,10 +67,6 @@ class RecordingFactory {
       std::make_shared<std::vector<std::shared_ptr<RecordingCompositionDevice>>>();
 };
 
-// Fills `texture` (B8G8R8A8, default usage) with 0xRRGGBB colour_at(x, y).
-void FillTexture(ID3D11DeviceContext* context, ID3D11Texture2D* texture, int width, int height,
-                 std::uint32_t (*colour_at)(int x, int y, int width, int height));
-
 }  // namespace video_test
 }  // namespace native_live_window
 

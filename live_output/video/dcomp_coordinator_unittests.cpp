@@ -124,44 +124,6 @@ INSTANTIATE_TEST_SUITE_P(
                       1280.0f / 960, 720.0f / 540}),
     [](const ::testing::TestParamInfo<PlacementCase>& info) { return info.param.name; });
 
-std::uint32_t LeftRedRightBlue(int x, int, int width, int) {
-  return x < width / 2 ? 0xFF0000u : 0x0000FFu;
-}
-
-TEST_F(DCompCoordinatorTest, SpannedDisplaysEachShowTheirHalfOfThePresentedFrame) {
-  AddPipeline("wall", 320, 90);
-  const HWND left = AddDisplay("left", 320, 180);
-  const HWND right = AddDisplay("right", 320, 180);
-  ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("left", "wall"));
-  ASSERT_TRUE(coordinator_->AssignDisplayToDecoder("right", "wall"));
-  coordinator_->SetDisplayCrop("left", 0, 0, 160, 90);
-  coordinator_->SetDisplayCrop("right", 160, 0, 160, 90);
-  coordinator_->SetOpacity(0.5f);
-
-  const auto chain = recording_->CommittedFor(left).content;
-  ASSERT_TRUE(chain);
-  Microsoft::WRL::ComPtr<ID3D11Texture2D> back;
-  ASSERT_TRUE(SUCCEEDED(chain->GetBackBuffer(&back)));
-  video_test::FillTexture(d3d_.context.Get(), back.Get(), 320, 90, &LeftRedRightBlue);
-  ASSERT_TRUE(SUCCEEDED(chain->Present(1, 0)));
-
-  struct Expectation {
-    HWND hwnd;
-    std::uint32_t colour;
-  };
-  for (const Expectation& e : {Expectation{left, 0xFF800000u}, Expectation{right, 0xFF000080u}}) {
-    std::vector<std::uint32_t> pixels;
-    int width = 0;
-    int height = 0;
-    ASSERT_TRUE(recording_->ComposeWindow(e.hwnd, d3d_.context.Get(), &pixels, &width, &height));
-    ASSERT_EQ(width, 320);
-    ASSERT_EQ(height, 180);
-    for (const int index : {0, 160 * 320 + 100, 320 * 180 - 1}) {
-      EXPECT_EQ(pixels[static_cast<std::size_t>(index)], e.colour) << "pixel " << index;
-    }
-  }
-}
-
 TEST_F(DCompCoordinatorTest, RemovingAPipelineBlanksItsDisplaysAndClearsTheirKeys) {
   AddPipeline("a", 64, 64);
   AddPipeline("b", 64, 64);
