@@ -25,7 +25,7 @@ MonitorSnapshot::Device Device(uint32_t flags, std::wstring id, std::wstring tex
 }
 
 // A primary 1920x1080 at the origin with a task bar at the bottom, and a 150% 2560x1440 to its
-// left, a little higher.
+// left, a little higher, with a task bar at its top.
 std::vector<MonitorSnapshot> TwoMonitors() {
   MonitorSnapshot primary;
   primary.device_name = L"\\\\.\\DISPLAY1";
@@ -38,7 +38,7 @@ std::vector<MonitorSnapshot> TwoMonitors() {
   MonitorSnapshot side;
   side.device_name = L"\\\\.\\DISPLAY2";
   side.bounds = {-2560, -200, 0, 1240};
-  side.work_area = {-2560, -200, 0, 1240};
+  side.work_area = {-2560, -160, 0, 1240};
   side.dpi = 144;
   side.devices = {Device(kActive, L"\\\\?\\DISPLAY#GSM5B09#5&2#1#{e6f07b5f}", L"LG Ultra HD")};
   return {primary, side};
@@ -106,7 +106,7 @@ TEST(DisplayEncodingTest, DisplayMapCarriesEveryFieldWithItsChannelType) {
                             {EncodableValue("right"), EncodableValue(int32_t{0})},
                             {EncodableValue("bottom"), EncodableValue(int32_t{1240})}};
   EXPECT_EQ(Member(display, "bounds"), EncodableValue(bounds));
-  EXPECT_EQ(Member(display, "workArea"), Member(display, "bounds"));
+  EXPECT_EQ(std::get<int32_t>(Member(Member(display, "workArea"), "top")), -160);
 }
 
 TEST(DisplaySignatureTest, ChangesWithWhatMovesOrRescalesADisplayButNotWithItsName) {
