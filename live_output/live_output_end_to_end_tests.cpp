@@ -48,9 +48,8 @@ constexpr std::uint32_t kGreen = 0x00FF00;
 constexpr std::uint32_t kBlue = 0x0000FF;
 constexpr std::uint32_t kYellow = 0xFFFF00;
 
-// Two output "displays" side by side, below the main window (10, 10, 1280 x 720 and its frame):
-// Wine stacks a window it maps above every other one, topmost or not, so an output window under
-// the main window would be hidden by it whenever the main window appeared after it.
+// Two output "displays" side by side, below the main window (10, 10, 1280 x 720): Wine stacks a
+// window it maps above all others, topmost or not, and the main window may appear late.
 constexpr int kLeft = 1000;
 constexpr int kTop = 800;
 constexpr int kHalfWidth = 400;

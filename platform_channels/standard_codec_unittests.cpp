@@ -70,24 +70,15 @@ using namespace codec_test;  // NOLINT(build/namespaces)
 const StandardMessageCodec& Codec() { return StandardMessageCodec::GetInstance(); }
 const StandardCodecSerializer& Serializer() { return StandardCodecSerializer::GetInstance(); }
 
-// The most bytes held at once between construction and bytes().
-class AllocationPeak {
- public:
-  AllocationPeak() : base_(g_live_bytes.load()) { g_peak_bytes.store(base_); }
-  std::size_t bytes() const { return g_peak_bytes.load() - base_; }
-
- private:
-  std::size_t base_;
-};
-
 std::vector<uint8_t> Encode(const EncodableValue& value) { return *Codec().EncodeMessage(value); }
 
 // The most bytes held at once while decoding `bytes`, which must fail as a read past the end.
 std::size_t PeakOfRefusedDecode(const std::vector<uint8_t>& bytes) {
   testing::internal::CaptureStderr();
-  const AllocationPeak allocations;
+  const std::size_t base = g_live_bytes.load();
+  g_peak_bytes.store(base);
   EXPECT_EQ(Codec().DecodeMessage(bytes), nullptr);
-  const std::size_t peak = allocations.bytes();
+  const std::size_t peak = g_peak_bytes.load() - base;
   EXPECT_EQ(StripCarriageReturns(testing::internal::GetCapturedStderr()), kInvalidRead);
   return peak;
 }

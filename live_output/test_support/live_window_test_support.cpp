@@ -221,5 +221,19 @@ DWORD ProcessThreadCount() {
   return count;
 }
 
+::testing::AssertionResult ProcessSettlesTo(DWORD handles, DWORD threads) {
+  const ULONGLONG deadline = GetTickCount64() + 10000;
+  while (ProcessHandleCount() > handles + 2 || ProcessThreadCount() > threads) {
+    if (GetTickCount64() > deadline) {
+      return ::testing::AssertionFailure() << ProcessHandleCount() << " handles (" << handles
+                                           << " before), " << ProcessThreadCount()
+                                           << " threads (" << threads << " before)";
+    }
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
+    PumpPending();
+  }
+  return ::testing::AssertionSuccess();
+}
+
 }  // namespace live_window_test
 }  // namespace native_live_window

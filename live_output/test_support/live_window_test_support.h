@@ -4,6 +4,7 @@
 #ifndef KESTRUN_LIVE_OUTPUT_TEST_SUPPORT_LIVE_WINDOW_TEST_SUPPORT_H_
 #define KESTRUN_LIVE_OUTPUT_TEST_SUPPORT_LIVE_WINDOW_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <atomic>
@@ -91,6 +92,11 @@ std::vector<std::uint8_t> MakeImage(std::int32_t width, std::int32_t height,
 // Handles and threads of this process.
 DWORD ProcessHandleCount();
 DWORD ProcessThreadCount();
+// Pumps messages (up to ten seconds) until the process holds at most these threads, and at most
+// two handles more than these: helper threads of the graphics stack end a little after the work
+// that started them, and the system may keep a handle of its own made on a later cycle. A leak
+// per cycle of a stress loop shows as many handles as cycles.
+::testing::AssertionResult ProcessSettlesTo(DWORD handles, DWORD threads);
 
 }  // namespace live_window_test
 }  // namespace native_live_window

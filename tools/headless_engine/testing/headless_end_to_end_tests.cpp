@@ -14,6 +14,7 @@
 
 #include "child_process.h"
 #include "headless_session.h"
+#include "tools/headless_engine/testing/program_test_support.h"
 
 namespace kestrun_headless {
 namespace {
@@ -24,20 +25,17 @@ using ::testing::HasSubstr;
 constexpr char kLive[] = "com.kestrun.native_live_window";
 constexpr char kDisplayEvents[] = "com.kestrun.kestrun_display/events";
 
-// build/mingw/tests/<this>.exe -> build/mingw/bin
+// build/mingw/bin, where the program is built beside the engine and the console client.
 std::wstring BinFolder() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  std::wstring folder(path);
-  folder = folder.substr(0, folder.rfind(L'\\'));
-  return folder.substr(0, folder.rfind(L'\\')) + L"\\bin";
+  const std::wstring program = BuiltKestrunProgram();
+  return program.substr(0, program.rfind(L'\\'));
 }
 
 class EndToEndTest : public ::testing::Test {
  protected:
   void Start(std::vector<std::pair<std::wstring, std::wstring>> environment = {}) {
     SessionOptions options;
-    options.program = BinFolder() + L"\\kestrun.exe";
+    options.program = BuiltKestrunProgram();
     options.environment = std::move(environment);
     ASSERT_TRUE(session_.Start(options)) << session_.last_error();
   }
@@ -115,7 +113,7 @@ TEST_F(EndToEndTest, TheEngineSaysGoodbyeWhenTheProgramEnds) {
   // A failure injected into the engine's creation is told first and ends the program with 1.
   HeadlessSession failing;
   SessionOptions options;
-  options.program = BinFolder() + L"\\kestrun.exe";
+  options.program = BuiltKestrunProgram();
   options.environment.push_back({L"KESTRUN_HEADLESS_FAIL", L"engine"});
   ASSERT_TRUE(failing.Start(options)) << failing.last_error();
   ASSERT_TRUE(failing.WaitForEvent([](const HeadlessEvent& e) { return e.type == "shutdown"; }));
