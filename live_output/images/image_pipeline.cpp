@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <d3dcompiler.h>
+#include <dxgi.h>
 
 #include <cstdio>
 #include <cstring>
@@ -131,20 +132,65 @@ bool ImagePipeline::EnsureShadersLocked(ID3D11Device* device) {
   return true;
 }
 
-bool ImagePipeline::Upload(ID3D11Device* device, const std::uint8_t* pixels, std::int32_t width,
-                           std::int32_t height, std::int32_t fit_mode) {
+HRESULT ImagePipeline::Upload(ID3D11Device* device, const std::uint8_t* pixels,
+                              std::int32_t width, std::int32_t height, std::int32_t fit_mode) {
   std::lock_guard<RecursiveLock> lock(image_mutex_);
   ClearLocked();
-  if (!EnsureShadersLocked(device)) {
-    PrintError("Failed to initialize image shaders");
-    return false;
-  }
   image_width_ = width;
   image_height_ = height;
+  fit_mode_ = fit_mode;
+  still_pixels_.assign(pixels, pixels + static_cast<std::size_t>(width) *
+                                            static_cast<std::size_t>(height) * 4);
+  if (device == nullptr) {
+    return DXGI_ERROR_DEVICE_REMOVED;
+  }
+  const HRESULT hr = MakeOnDeviceLocked(device, still_pixels_.data());
+  if (FAILED(hr) && hr != DXGI_ERROR_DEVICE_REMOVED) {
+    ClearLocked();
+  }
+  return hr;
+}
+
+HRESULT ImagePipeline::PrepareLocked(ID3D11Device* device) {
+  if (image_width_ <= 0 || (device_.Get() == device && image_srv_ && shaders_ready_)) {
+    return S_OK;
+  }
+  const std::uint8_t* pixels = still_pixels_.data();
+  if (frames_ && current_frame_ < frames_->size()) {
+    pixels = (*frames_)[current_frame_].data();
+  }
+  if (device == nullptr || pixels == nullptr) {
+    return DXGI_ERROR_DEVICE_REMOVED;
+  }
+  const HRESULT hr = MakeOnDeviceLocked(device, pixels);
+  if (FAILED(hr) && hr != DXGI_ERROR_DEVICE_REMOVED) {
+    ClearLocked();
+  }
+  return hr;
+}
+
+HRESULT ImagePipeline::MakeOnDeviceLocked(ID3D11Device* device, const std::uint8_t* pixels) {
+  if (device_.Get() != device) {
+    ReleaseDeviceObjectsLocked();
+    device_ = device;
+  }
+  image_srv_.Reset();
+  image_texture_.Reset();
+  // A failure on a device that is gone is a loss: the image waits for the next device.
+  auto failure = [device](HRESULT hr, const char* text) {
+    if (device->GetDeviceRemovedReason() != S_OK) {
+      return DXGI_ERROR_DEVICE_REMOVED;
+    }
+    PrintError(text);
+    return FAILED(hr) ? hr : E_FAIL;
+  };
+  if (!EnsureShadersLocked(device)) {
+    return failure(E_FAIL, "Failed to initialize image shaders");
+  }
 
   D3D11_TEXTURE2D_DESC desc = {};
-  desc.Width = static_cast<UINT>(width);
-  desc.Height = static_cast<UINT>(height);
+  desc.Width = static_cast<UINT>(image_width_);
+  desc.Height = static_cast<UINT>(image_height_);
   desc.MipLevels = 1;
   desc.ArraySize = 1;
   desc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
@@ -154,13 +200,11 @@ bool ImagePipeline::Upload(ID3D11Device* device, const std::uint8_t* pixels, std
   desc.BindFlags = D3D11_BIND_SHADER_RESOURCE;
   D3D11_SUBRESOURCE_DATA data = {};
   data.pSysMem = pixels;
-  data.SysMemPitch = static_cast<UINT>(width) * 4;
-  if (FAILED(device->CreateTexture2D(&desc, &data, image_texture_.ReleaseAndGetAddressOf()))) {
+  data.SysMemPitch = static_cast<UINT>(image_width_) * 4;
+  HRESULT hr = device->CreateTexture2D(&desc, &data, image_texture_.ReleaseAndGetAddressOf());
+  if (FAILED(hr)) {
     image_texture_.Reset();
-    image_width_ = 0;
-    image_height_ = 0;
-    PrintError("Failed to create texture from pixels");
-    return false;
+    return failure(hr, "Failed to create texture from pixels");
   }
 
   D3D11_SHADER_RESOURCE_VIEW_DESC view = {};
@@ -168,23 +212,24 @@ bool ImagePipeline::Upload(ID3D11Device* device, const std::uint8_t* pixels, std
   view.ViewDimension = D3D11_SRV_DIMENSION_TEXTURE2D;
   view.Texture2D.MostDetailedMip = 0;
   view.Texture2D.MipLevels = 1;
-  if (FAILED(device->CreateShaderResourceView(image_texture_.Get(), &view,
-                                              image_srv_.ReleaseAndGetAddressOf()))) {
+  hr = device->CreateShaderResourceView(image_texture_.Get(), &view,
+                                        image_srv_.ReleaseAndGetAddressOf());
+  if (FAILED(hr)) {
     image_srv_.Reset();
     image_texture_.Reset();
-    image_width_ = 0;
-    image_height_ = 0;
-    PrintError("Failed to create SRV from pixels");
-    return false;
+    return failure(hr, "Failed to create SRV from pixels");
   }
-  fit_mode_ = fit_mode;
-  return true;
+  return S_OK;
 }
 
 void ImagePipeline::StartAnimation(std::shared_ptr<const FrameList> frames,
                                    const std::vector<std::uint32_t>& delays_ms, TimePoint now) {
   std::lock_guard<RecursiveLock> lock(image_mutex_);
   frames_ = std::move(frames);
+  if (frames_ && !frames_->empty()) {
+    // The frames hold the pixels from now on.
+    still_pixels_ = std::vector<std::uint8_t>();
+  }
   frame_delays_ms_ = delays_ms;
   std::uint32_t total = 0;
   for (std::uint32_t delay : frame_delays_ms_) {
@@ -204,6 +249,7 @@ void ImagePipeline::Clear() {
 void ImagePipeline::ClearLocked() {
   image_srv_.Reset();
   image_texture_.Reset();
+  still_pixels_ = std::vector<std::uint8_t>();
   image_width_ = 0;
   image_height_ = 0;
   animated_ = false;
@@ -216,12 +262,19 @@ void ImagePipeline::ClearLocked() {
 void ImagePipeline::ReleaseGpuObjects() {
   std::lock_guard<RecursiveLock> lock(image_mutex_);
   ClearLocked();
+  ReleaseDeviceObjectsLocked();
+}
+
+void ImagePipeline::ReleaseDeviceObjectsLocked() {
+  image_srv_.Reset();
+  image_texture_.Reset();
   vertex_buffer_.Reset();
   input_layout_.Reset();
   pixel_shader_.Reset();
   vertex_shader_.Reset();
   sampler_.Reset();
   shaders_ready_ = false;
+  device_.Reset();
 }
 
 void ImagePipeline::SetCrop(float x, float y, float w, float h, std::int32_t canvas_width,

@@ -6,6 +6,9 @@
 // animation and draws. Everything is guarded by `image_mutex_` (recursive), which the render loop
 // holds across the whole draw so that an upload never frees the texture mid-draw. Methods that end
 // in "Locked" expect the caller to hold it; the others take it themselves.
+//
+// The pixels shown are also kept in memory, so that after a lost device the same image (the same
+// frame of an animation, with its timing, fit and crop) is made again on the new device.
 
 #ifndef KESTRUN_LIVE_OUTPUT_IMAGES_IMAGE_PIPELINE_H_
 #define KESTRUN_LIVE_OUTPUT_IMAGES_IMAGE_PIPELINE_H_
@@ -39,10 +42,12 @@ class ImagePipeline {
   RecursiveLock& mutex() { return image_mutex_; }
 
   // Replaces the image with width x height BGRA pixels (rows packed, at least width * height * 4
-  // bytes). The previous image is dropped first, so a failure leaves no image. Failures are
-  // printed to standard output.
-  bool Upload(ID3D11Device* device, const std::uint8_t* pixels, std::int32_t width,
-              std::int32_t height, std::int32_t fit_mode);
+  // bytes). The previous image is dropped first. S_OK when the image is on the GPU. When the
+  // device is lost (or null) the image is kept and the loss answered (DXGI_ERROR_DEVICE_REMOVED
+  // for a null device): PrepareLocked puts it on the next whole device. Any other failure leaves
+  // no image and is printed to standard output.
+  HRESULT Upload(ID3D11Device* device, const std::uint8_t* pixels, std::int32_t width,
+                 std::int32_t height, std::int32_t fit_mode);
   // Animates the image just uploaded from frames[0] through all frames, starting at `now`.
   // Delays all 0 leave it still.
   void StartAnimation(std::shared_ptr<const FrameList> frames,
@@ -58,7 +63,11 @@ class ImagePipeline {
   CropRect crop() const;
 
   // Render thread, with mutex() held.
-  bool HasImageLocked() const { return image_srv_ != nullptr && shaders_ready_; }
+  bool HasImageLocked() const { return image_width_ > 0; }
+  // Makes the pipeline and the image on `device` again when they were made on another device (or
+  // could not be made). S_OK when ready to draw; a device loss keeps the image for the next
+  // device; any other failure drops it (printed).
+  HRESULT PrepareLocked(ID3D11Device* device);
   // Puts the frame due at `now` into the texture when it differs from the one there.
   void AdvanceAnimationLocked(ID3D11DeviceContext* context, TimePoint now);
   // Draws the image into `target` of width x height pixels over a black background.
@@ -74,6 +83,9 @@ class ImagePipeline {
 
  private:
   bool EnsureShadersLocked(ID3D11Device* device);
+  // Texture and view of `pixels` (the current image's size) on `device`, with the pipeline.
+  HRESULT MakeOnDeviceLocked(ID3D11Device* device, const std::uint8_t* pixels);
+  void ReleaseDeviceObjectsLocked();
   void ClearLocked();
 
   mutable RecursiveLock image_mutex_;
@@ -81,6 +93,8 @@ class ImagePipeline {
   std::int32_t fit_mode_ = 0;
   CropRect crop_;
 
+  // The device the GPU objects below were made on.
+  Microsoft::WRL::ComPtr<ID3D11Device> device_;
   Microsoft::WRL::ComPtr<ID3D11Texture2D> image_texture_;
   Microsoft::WRL::ComPtr<ID3D11ShaderResourceView> image_srv_;
   Microsoft::WRL::ComPtr<ID3D11SamplerState> sampler_;
@@ -92,6 +106,8 @@ class ImagePipeline {
   std::int32_t image_height_ = 0;
   bool shaders_ready_ = false;
 
+  // The still image's pixels (an animation's are in frames_).
+  std::vector<std::uint8_t> still_pixels_;
   bool animated_ = false;
   std::shared_ptr<const FrameList> frames_;
   std::vector<std::uint32_t> frame_delays_ms_;

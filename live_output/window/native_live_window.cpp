@@ -23,7 +23,19 @@ constexpr UINT_PTR kCursorTimerId = 1;
 constexpr UINT kCursorHideDelayMs = 5000;
 
 std::atomic<bool> g_window_class_registered{false};
-std::atomic<NativeLiveWindow::DeviceCreationFilter> g_device_creation_filter{nullptr};
+
+// Test seam of a whole program: with KESTRUN_TEST_DEVICE_LOSS=1 in its environment, the message
+// "KestrunTestDeviceLoss" posted to an output window makes the lParam-th call of kind wParam
+// (LiveWindowDeviceResources::Call) from then on find its device removed. 0 without the variable.
+UINT DeviceLossTestMessage() {
+  static const UINT message = [] {
+    wchar_t value[8] = {};
+    const DWORD length = GetEnvironmentVariableW(L"KESTRUN_TEST_DEVICE_LOSS", value, 8);
+    return length == 1 && value[0] == L'1' ? RegisterWindowMessageW(L"KestrunTestDeviceLoss")
+                                           : 0u;
+  }();
+  return message;
+}
 
 // A fully transparent cursor, made once and kept for the process.
 HCURSOR InvisibleCursor() {
@@ -164,70 +176,21 @@ bool NativeLiveWindow::InitD3D() {
   if (hwnd_ == nullptr) {
     return false;
   }
+  ResetRecovery();
   RECT client = {};
   GetClientRect(hwnd_, &client);
   const UINT width = static_cast<UINT>(client.right - client.left);
   const UINT height = static_cast<UINT>(client.bottom - client.top);
-
-  DXGI_SWAP_CHAIN_DESC desc = {};
-  desc.BufferDesc.Width = width;
-  desc.BufferDesc.Height = height;
-  desc.BufferDesc.RefreshRate.Numerator = 60;
-  desc.BufferDesc.RefreshRate.Denominator = 1;
-  desc.BufferDesc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
-  desc.BufferDesc.ScanlineOrdering = DXGI_MODE_SCANLINE_ORDER_UNSPECIFIED;
-  desc.BufferDesc.Scaling = DXGI_MODE_SCALING_UNSPECIFIED;
-  desc.SampleDesc.Count = 1;
-  desc.SampleDesc.Quality = 0;
-  desc.BufferUsage = DXGI_USAGE_RENDER_TARGET_OUTPUT;
-  desc.BufferCount = 2;
-  desc.OutputWindow = hwnd_;
-  desc.Windowed = TRUE;
-  desc.SwapEffect = DXGI_SWAP_EFFECT_FLIP_DISCARD;
-  desc.Flags = DXGI_SWAP_CHAIN_FLAG_ALLOW_MODE_SWITCH;
-
-  HRESULT hr = D3D11CreateDeviceAndSwapChain(
-      nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0, D3D11_SDK_VERSION, &desc,
-      swap_chain_.ReleaseAndGetAddressOf(), d3d_device_.ReleaseAndGetAddressOf(), nullptr,
-      d3d_context_.ReleaseAndGetAddressOf());
-  const DeviceCreationFilter filter = g_device_creation_filter.load();
-  if (filter != nullptr) {
-    hr = filter(hr);
-  }
-  if (FAILED(hr)) {
-    DebugLine(L"Kestrun: Failed to create D3D11 device and swap chain, hr=" +
-              std::to_wstring(static_cast<long>(hr)) + L"\n");
+  if (FAILED(device_.Create(hwnd_, width, height, LiveWindowDeviceResources::Adapter::kDefault))) {
     ReleaseD3D();
     return false;
-  }
-
-  // DXGI must not watch the window's messages (Alt+Enter, mode changes): a swap chain that follows
-  // its window's thread could make the render thread's Present wait for that thread.
-  Microsoft::WRL::ComPtr<IDXGIFactory> factory;
-  if (SUCCEEDED(swap_chain_->GetParent(IID_PPV_ARGS(&factory)))) {
-    factory->MakeWindowAssociation(hwnd_, DXGI_MWA_NO_WINDOW_CHANGES | DXGI_MWA_NO_ALT_ENTER);
   }
 
   LogAdapterTopologyOnce();
-  LogAdapterForWindow(d3d_device_.Get(), MonitorFromWindow(hwnd_, MONITOR_DEFAULTTONULL),
+  LogAdapterForWindow(device_.device(), MonitorFromWindow(hwnd_, MONITOR_DEFAULTTONULL),
                       DisplayName());
 
-  Microsoft::WRL::ComPtr<ID3D11Texture2D> back_buffer;
-  if (FAILED(swap_chain_->GetBuffer(0, IID_PPV_ARGS(&back_buffer))) || !back_buffer) {
-    DebugLine(L"Kestrun: Failed to get back buffer\n");
-    ReleaseD3D();
-    return false;
-  }
-  const HRESULT view_hr = d3d_device_->CreateRenderTargetView(
-      back_buffer.Get(), nullptr, render_target_view_.ReleaseAndGetAddressOf());
-  back_buffer.Reset();
-  if (FAILED(view_hr)) {
-    DebugLine(L"Kestrun: Failed to create render target view\n");
-    ReleaseD3D();
-    return false;
-  }
-
-  ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(),
+  ImagePipeline::BindTarget(device_.context(), device_.render_target_view(),
                             static_cast<std::int32_t>(width), static_cast<std::int32_t>(height));
   target_width_.store(static_cast<std::int32_t>(width));
   target_height_.store(static_cast<std::int32_t>(height));
@@ -237,11 +200,10 @@ bool NativeLiveWindow::InitD3D() {
   return true;
 }
 
-void NativeLiveWindow::ReleaseD3D() {
-  render_target_view_.Reset();
-  swap_chain_.Reset();
-  d3d_context_.Reset();
-  d3d_device_.Reset();
+void NativeLiveWindow::ReleaseD3D() { device_.Release(); }
+
+bool NativeLiveWindow::HasDeviceOrRecovery() const {
+  return recovering_.load() || device_.SharedDevice() != nullptr;
 }
 
 void NativeLiveWindow::Close() {
@@ -261,10 +223,8 @@ void NativeLiveWindow::Close() {
     image_.ReleaseGpuObjects();
     content_mode_.store(kContentNone);
   }
-  if (d3d_context_) {
-    d3d_context_->ClearState();
-  }
   ReleaseD3D();
+  ResetRecovery();
   if (hwnd_ != nullptr) {
     HWND hwnd = hwnd_;
     hwnd_ = nullptr;
@@ -287,7 +247,7 @@ void NativeLiveWindow::SetHudToggleCallback(HudToggleCallback callback) {
 }
 
 void NativeLiveWindow::SetDeviceCreationFilterForTesting(DeviceCreationFilter filter) {
-  g_device_creation_filter.store(filter);
+  LiveWindowDeviceResources::SetCreationFilterForTesting(filter);
 }
 
 const char* NativeLiveWindow::DisplayName() const {
@@ -298,7 +258,8 @@ const char* NativeLiveWindow::DisplayName() const {
 // Resizing
 
 void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
-  if (!swap_chain_ || !d3d_device_ || !d3d_context_ || width < 1 || height < 1) {
+  if (width < 1 || height < 1 || hwnd_ == nullptr ||
+      (!recovering_.load() && (!device_.swap_chain() || !device_.context()))) {
     return;
   }
   const bool was_running = running_.load();
@@ -307,40 +268,35 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
   }
   Logger& log = Logger::Instance();
 
-  d3d_context_->OMSetRenderTargets(0, nullptr, nullptr);
-  render_target_view_.Reset();
-
   bool resized = false;
-  HRESULT hr = swap_chain_->ResizeBuffers(0, static_cast<UINT>(width), static_cast<UINT>(height),
-                                          DXGI_FORMAT_UNKNOWN, 0);
-  if (FAILED(hr)) {
-    log.Error("RESIZE", "IDXGISwapChain::ResizeBuffers failed hr=0x%08X (target=%dx%d)",
-              static_cast<unsigned>(hr), static_cast<int>(width), static_cast<int>(height));
+  if (recovering_.load()) {
+    // No swap chain to resize: the next one is made at the new size.
+    resized = true;
   } else {
-    Microsoft::WRL::ComPtr<ID3D11Texture2D> back_buffer;
-    hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(&back_buffer));
-    if (FAILED(hr) || !back_buffer) {
+    const char* step = "";
+    const HRESULT hr = device_.Resize(static_cast<std::uint32_t>(width),
+                                      static_cast<std::uint32_t>(height), &step);
+    if (SUCCEEDED(hr)) {
+      ImagePipeline::BindTarget(device_.context(), device_.render_target_view(), width, height);
+      resized = true;
+    } else if (LiveWindowDeviceResources::IsDeviceLoss(hr)) {
+      OnDeviceLost(step, hr);
+      resized = true;
+    } else if (std::string(step) == "ResizeBuffers") {
+      log.Error("RESIZE", "IDXGISwapChain::ResizeBuffers failed hr=0x%08X (target=%dx%d)",
+                static_cast<unsigned>(hr), static_cast<int>(width), static_cast<int>(height));
+    } else if (std::string(step) == "GetBuffer") {
       log.Error("RESIZE", "GetBuffer after ResizeBuffers failed hr=0x%08X",
                 static_cast<unsigned>(hr));
     } else {
-      hr = d3d_device_->CreateRenderTargetView(back_buffer.Get(), nullptr,
-                                               render_target_view_.ReleaseAndGetAddressOf());
-      back_buffer.Reset();
-      if (FAILED(hr)) {
-        render_target_view_.Reset();
-        log.Error("RESIZE", "CreateRenderTargetView after resize failed hr=0x%08X",
-                  static_cast<unsigned>(hr));
-      } else {
-        resized = true;
-      }
+      log.Error("RESIZE", "CreateRenderTargetView after resize failed hr=0x%08X",
+                static_cast<unsigned>(hr));
     }
   }
 
   if (resized) {
-    ImagePipeline::BindTarget(d3d_context_.Get(), render_target_view_.Get(), width, height);
     target_width_.store(width);
     target_height_.store(height);
-
     fade_.Resize(width, height);
     webpage_.Resize(width, height);
     log.Info("RESIZE", "Window resized to %dx%d", static_cast<int>(width),
@@ -357,7 +313,7 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
 
 bool NativeLiveWindow::CheckUploadable(const std::vector<std::uint8_t>& pixels,
                                        std::int32_t width, std::int32_t height) const {
-  if (!d3d_device_) {
+  if (!HasDeviceOrRecovery()) {
     PrintLine("ERROR - d3d_device_ is null");
     return false;
   }
@@ -370,6 +326,27 @@ bool NativeLiveWindow::CheckUploadable(const std::vector<std::uint8_t>& pixels,
   return true;
 }
 
+bool NativeLiveWindow::UploadLocked(const std::uint8_t* pixels, std::int32_t width,
+                                    std::int32_t height, std::int32_t fit_mode) {
+  Microsoft::WRL::ComPtr<ID3D11Device> device = device_.SharedDevice();
+  HRESULT hr = device ? device_.CheckUpload(S_OK) : S_OK;
+  if (LiveWindowDeviceResources::IsDeviceLoss(hr)) {
+    // The device is gone: the image waits for the next one.
+    device.Reset();
+  } else {
+    hr = S_OK;
+  }
+  const HRESULT uploaded = image_.Upload(device.Get(), pixels, width, height, fit_mode);
+  if (uploaded == DXGI_ERROR_DEVICE_REMOVED) {
+    if (device || FAILED(hr)) {
+      // The render thread finds the same loss at its next Present and makes the device again.
+      ReportDeviceLoss("image upload", FAILED(hr) ? hr : uploaded);
+    }
+    return true;
+  }
+  return SUCCEEDED(uploaded);
+}
+
 bool NativeLiveWindow::ShowImageFromPixels(const std::vector<std::uint8_t>& pixels,
                                            std::int32_t width, std::int32_t height,
                                            std::int32_t fit_mode) {
@@ -380,7 +357,7 @@ bool NativeLiveWindow::ShowImageFromPixels(const std::vector<std::uint8_t>& pixe
   // locks are never held together.
   StopWebpage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
-  if (!image_.Upload(d3d_device_.Get(), pixels.data(), width, height, fit_mode)) {
+  if (!UploadLocked(pixels.data(), width, height, fit_mode)) {
     return false;
   }
   content_mode_.store(kContentImage);
@@ -400,7 +377,7 @@ bool NativeLiveWindow::ShowAnimatedImage(std::shared_ptr<const FrameList> frames
   }
   StopWebpage();
   std::lock_guard<RecursiveLock> lock(image_.mutex());
-  if (!image_.Upload(d3d_device_.Get(), frames->front().data(), width, height, fit_mode)) {
+  if (!UploadLocked(frames->front().data(), width, height, fit_mode)) {
     return false;
   }
   image_.StartAnimation(std::move(frames), delays_ms, clock_->SteadyNow());
@@ -507,6 +484,12 @@ LRESULT CALLBACK NativeLiveWindow::WindowProc(HWND hwnd, UINT message, WPARAM wp
 
 LRESULT NativeLiveWindow::HandleMessage(NativeLiveWindow* window, HWND hwnd, UINT message,
                                         WPARAM wparam, LPARAM lparam) {
+  if (message != 0 && message == DeviceLossTestMessage()) {
+    LiveWindowDeviceResources::InjectLossForTesting(
+        static_cast<LiveWindowDeviceResources::Call>(wparam), static_cast<std::uint32_t>(lparam),
+        DXGI_ERROR_DEVICE_REMOVED);
+    return 0;
+  }
   switch (message) {
     case WM_DESTROY:
       // Closing a live window does not end the application.

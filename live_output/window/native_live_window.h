@@ -20,6 +20,15 @@
 // resize, not from the window). The swap chain is told to leave the window alone (no Alt+Enter,
 // no watching of its messages), so that Present never waits for the window's thread either. Fade
 // completion callbacks run on the render thread under the same rule: they may post, not send.
+//
+// A lost device (removed or reset by the driver) does not leave the audience in the dark: the
+// render thread reports the loss once, drops the device, swap chain and textures, makes them again
+// on the adapter that drives the window's display now and puts back what was shown (the image or
+// the current frame of an animation with its timing, crop and fit; blanking and fades live
+// outside the device and go on meanwhile). A failed re-creation is tried again after 250 ms,
+// 500 ms, 1 s, ... up to every 5 s, with one warning per attempt. The loss may also be found by a
+// resize or an upload on the platform thread, which only reports it and leaves the rest to the
+// render thread.
 
 #ifndef KESTRUN_LIVE_OUTPUT_WINDOW_NATIVE_LIVE_WINDOW_H_
 #define KESTRUN_LIVE_OUTPUT_WINDOW_NATIVE_LIVE_WINDOW_H_
@@ -43,6 +52,7 @@
 #include "live_output/window/fade_overlay.h"
 #include "live_output/images/image_pipeline.h"
 #include "live_output/window/live_window_clock.h"
+#include "live_output/window/live_window_device_resources.h"
 #include "live_output/window/recursive_lock.h"
 #include "live_output/window/unique_event.h"
 #include "live_output/webpage/webpage_presenter.h"
@@ -171,6 +181,9 @@ class NativeLiveWindow {
   std::uint64_t texture_update_count() const { return image_.texture_update_count(); }
   // Black frames that PresentBlackNow asked for and that were presented, by either thread.
   std::uint64_t black_frame_count() const { return black_frame_count_.load(); }
+  // Devices made again after a loss that have presented their first frame. Each recovery and
+  // each failed attempt also signals present_event().
+  std::uint64_t recovered_count() const { return recovered_count_.load(); }
 
   // Test seams (null removes them). May be changed while the loop runs.
   void SetFrameHookForTesting(FrameHook hook) { frame_hook_.store(hook); }
@@ -196,6 +209,11 @@ class NativeLiveWindow {
                           std::int32_t height);
   bool InitD3D();
   void ReleaseD3D();
+  // Whether images can be taken: a device exists, or one is being made again.
+  bool HasDeviceOrRecovery() const;
+  // Puts the pixels on the device (image lock held); a lost device keeps them for the next one.
+  bool UploadLocked(const std::uint8_t* pixels, std::int32_t width, std::int32_t height,
+                    std::int32_t fit_mode);
   void ShowCursorTemporarily();
   bool CheckUploadable(const std::vector<std::uint8_t>& pixels, std::int32_t width,
                        std::int32_t height) const;
@@ -213,6 +231,16 @@ class NativeLiveWindow {
   void PresentBlackFrame();
   bool Present(UINT sync_interval);
   HRESULT DeviceRemovedReason() const;
+  // Device loss, by the thread that owns the context (see render_handoff_). The first report of
+  // a loss logs it (any thread); recovery then starts, or, when the device just made is lost
+  // before its first frame, the next attempt is put off.
+  void ReportDeviceLoss(const char* call, HRESULT hr);
+  void OnDeviceLost(const char* call, HRESULT hr);
+  // Render thread: makes the device again when an attempt is due; true once it exists.
+  bool RecoverDevice();
+  void PostponeRecovery(HRESULT hr);
+  void FinishRecovery();
+  void ResetRecovery();
   void ReportRenderCrash(std::uint32_t exception_code);
   // The first display's name, which labels log lines.
   const char* DisplayName() const;
@@ -224,14 +252,21 @@ class NativeLiveWindow {
   IntervalCallback interval_callback_;
   HudToggleCallback hud_toggle_callback_;
 
-  Microsoft::WRL::ComPtr<ID3D11Device> d3d_device_;
-  Microsoft::WRL::ComPtr<ID3D11DeviceContext> d3d_context_;
-  Microsoft::WRL::ComPtr<IDXGISwapChain> swap_chain_;
-  Microsoft::WRL::ComPtr<ID3D11RenderTargetView> render_target_view_;
+  // Device, context, swap chain and render target view.
+  LiveWindowDeviceResources device_;
 
   std::thread render_thread_;
   std::atomic<bool> running_{false};
   std::atomic<bool> device_lost_{false};
+  // The device must be made again (set with the loss, cleared once a new one exists).
+  std::atomic<bool> recovering_{false};
+  // Tick count when the current loss was found.
+  std::atomic<std::uint32_t> loss_tick_{0};
+  // Recovery schedule, kept by the thread that owns the context: the tick of the next attempt,
+  // the delay after the last failed one (0 before any), and a new device not yet presented.
+  std::uint32_t next_attempt_tick_ = 0;
+  std::uint32_t retry_delay_ms_ = 0;
+  bool awaiting_first_present_ = false;
   std::atomic<std::int32_t> content_mode_{kContentNone};
   // Which thread may use the immediate context. kRenderThreadOwnsContext is set by the platform
   // thread before it starts a render thread and cleared by that thread as its last act;
@@ -267,6 +302,7 @@ class NativeLiveWindow {
   std::atomic<PresentFilter> present_filter_{nullptr};
   std::atomic<RemovedReasonFilter> removed_reason_filter_{nullptr};
   std::atomic<std::uint64_t> black_frame_count_{0};
+  std::atomic<std::uint64_t> recovered_count_{0};
 };
 
 }  // namespace native_live_window

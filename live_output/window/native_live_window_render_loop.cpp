@@ -1,9 +1,10 @@
-// The render loop of a live window: its thread, one frame, Present, and the black frame that
-// PresentBlackNow asks for.
+// The render loop of a live window: its thread, one frame, Present, the black frame that
+// PresentBlackNow asks for, and the recovery from a lost device.
 //
 // The render thread owns the Direct3D immediate context from the moment the platform thread
 // decides to start it until the thread's last act; `render_handoff_` says which thread may use the
 // context, so that the two never use it at once (the immediate context is not thread-safe).
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -16,6 +17,12 @@ namespace native_live_window {
 namespace {
 
 constexpr std::uint32_t kHeartbeatIntervalMs = 60000;
+// Waits between attempts to make a lost device again: the first comes at once, then 250 ms,
+// doubling up to 5 s.
+constexpr std::uint32_t kFirstRetryDelayMs = 250;
+constexpr std::uint32_t kLongestRetryDelayMs = 5000;
+// How long a frame without a device waits before it looks again (fades still step meanwhile).
+constexpr DWORD kDevicelessFrameMs = 10;
 
 void DebugLine(const wchar_t* text) { OutputDebugStringW(text); }
 
@@ -58,7 +65,7 @@ void NativeLiveWindow::StopRenderLoop() {
 }
 
 void NativeLiveWindow::RestartRenderLoop() {
-  if (running_.load() || hwnd_ == nullptr || !d3d_device_) {
+  if (running_.load() || hwnd_ == nullptr || !HasDeviceOrRecovery()) {
     return;
   }
   running_.store(true);
@@ -123,7 +130,7 @@ void NativeLiveWindow::RunLoopFrames(void* context) {
 }
 
 HRESULT NativeLiveWindow::DeviceRemovedReason() const {
-  const HRESULT reason = d3d_device_ ? d3d_device_->GetDeviceRemovedReason() : S_OK;
+  const HRESULT reason = device_.RemovedReason();
   const RemovedReasonFilter filter = removed_reason_filter_.load(std::memory_order_relaxed);
   return filter != nullptr ? filter(reason) : reason;
 }
@@ -144,7 +151,15 @@ void NativeLiveWindow::ReportRenderCrash(std::uint32_t exception_code) {
 }
 
 void NativeLiveWindow::RenderFrame() {
-  if (!d3d_context_ || !swap_chain_ || !render_target_view_) {
+  if (recovering_.load()) {
+    if (!RecoverDevice()) {
+      // Fades and their completions go on without a device.
+      fade_.Step();
+      Sleep(kDevicelessFrameMs);
+      return;
+    }
+  }
+  if (!device_.ready()) {
     return;
   }
   if ((render_handoff_.load(std::memory_order_relaxed) & kBlackFrameRequested) != 0) {
@@ -163,21 +178,30 @@ void NativeLiveWindow::RenderFrame() {
     return;
   }
 
+  HRESULT prepared = S_OK;
   {
     RenderFaultGuard::ScopedFrameLock lock(image_.mutex());
     const FrameHook hook = frame_hook_.load(std::memory_order_relaxed);
     if (hook != nullptr) {
       hook();
     }
-    if (content_mode_.load() != kContentImage || !image_.HasImageLocked()) {
+    if (content_mode_.load() == kContentImage && image_.HasImageLocked()) {
+      // After a new device the image is made again on it, from the pixels kept in memory.
+      prepared = image_.PrepareLocked(device_.device());
+    }
+    if (content_mode_.load() != kContentImage || !image_.HasImageLocked() || FAILED(prepared)) {
       ClearToBlack();
     } else {
-      image_.AdvanceAnimationLocked(d3d_context_.Get(), clock_->SteadyNow());
+      image_.AdvanceAnimationLocked(device_.context(), clock_->SteadyNow());
       // The size the platform thread gave the swap chain: the window itself is not asked, since
       // this thread makes no call on the platform thread's windows.
-      image_.DrawLocked(d3d_context_.Get(), render_target_view_.Get(), target_width_.load(),
+      image_.DrawLocked(device_.context(), device_.render_target_view(), target_width_.load(),
                         target_height_.load());
     }
+  }
+  if (LiveWindowDeviceResources::IsDeviceLoss(prepared)) {
+    OnDeviceLost("image upload", prepared);
+    return;
   }
   // The image lock is released before presenting.
   Present(1);
@@ -185,50 +209,44 @@ void NativeLiveWindow::RenderFrame() {
 
 void NativeLiveWindow::ClearToBlack() {
   const float black[4] = {0.0f, 0.0f, 0.0f, 1.0f};
-  d3d_context_->ClearRenderTargetView(render_target_view_.Get(), black);
+  device_.context()->ClearRenderTargetView(device_.render_target_view(), black);
 }
 
 void NativeLiveWindow::PresentBlackFrame() {
+  if (!device_.ready()) {
+    return;
+  }
   ClearToBlack();
   Present(0);
   black_frame_count_.fetch_add(1);
 }
 
 bool NativeLiveWindow::Present(UINT sync_interval) {
-  if (!swap_chain_) {
+  if (!device_.swap_chain()) {
     return false;
   }
-  HRESULT hr = swap_chain_->Present(sync_interval, 0);
+  HRESULT hr = device_.Present(sync_interval);
   const PresentFilter filter = present_filter_.load(std::memory_order_relaxed);
   if (filter != nullptr) {
     hr = filter(hr);
   }
 
-  bool presented = true;
-  if (FAILED(hr)) {
-    presented = false;
-    Logger& log = Logger::Instance();
-    if (hr != DXGI_ERROR_DEVICE_REMOVED && hr != DXGI_ERROR_DEVICE_RESET) {
-      log.Warning("D3D11", "Present failed on %s with HRESULT=0x%08X", DisplayName(),
-                  static_cast<unsigned>(hr));
-    } else if (!device_lost_.exchange(true)) {
-      // Reported once per run of the loop; later Presents fail quietly.
-      const HRESULT reason = DeviceRemovedReason();
-      log.Error("D3D11", "Device lost during Present on %s! HRESULT=0x%08X, Reason: %s (0x%08X)",
-                DisplayName(), static_cast<unsigned>(hr), DeviceRemovedReasonText(reason),
-                static_cast<unsigned>(reason));
-      log.Flush();
+  if (SUCCEEDED(hr)) {
+    if (awaiting_first_present_) {
+      FinishRecovery();
     }
+  } else if (!LiveWindowDeviceResources::IsDeviceLoss(hr)) {
+    Logger::Instance().Warning("D3D11", "Present failed on %s with HRESULT=0x%08X", DisplayName(),
+                               static_cast<unsigned>(hr));
+  } else {
+    OnDeviceLost("Present", hr);
   }
   present_count_.fetch_add(1);
   present_event_.Signal();
-  return presented;
+  return SUCCEEDED(hr);
 }
 
 void NativeLiveWindow::PresentBlackNow() {
-  if (!d3d_context_ || !swap_chain_ || !render_target_view_) {
-    return;
-  }
   std::uint32_t state = render_handoff_.load();
   while ((state & kRenderThreadOwnsContext) != 0) {
     // A render thread was started and has not let go of the context: it presents the frame next.
@@ -237,6 +255,88 @@ void NativeLiveWindow::PresentBlackNow() {
     }
   }
   PresentBlackFrame();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Device loss and recovery
+
+void NativeLiveWindow::ReportDeviceLoss(const char* call, HRESULT hr) {
+  // Reported once: later failures of the same loss stay quiet.
+  if (device_lost_.exchange(true)) {
+    return;
+  }
+  loss_tick_.store(clock_->TickCountMs());
+  const HRESULT reason = DeviceRemovedReason();
+  Logger& log = Logger::Instance();
+  log.Error("D3D11", "Device lost during %s on %s! HRESULT=0x%08X, Reason: %s (0x%08X)", call,
+            DisplayName(), static_cast<unsigned>(hr), DeviceRemovedReasonText(reason),
+            static_cast<unsigned>(reason));
+  log.Flush();
+}
+
+void NativeLiveWindow::OnDeviceLost(const char* call, HRESULT hr) {
+  ReportDeviceLoss(call, hr);
+  if (awaiting_first_present_) {
+    // The device just made is lost too: that attempt failed.
+    awaiting_first_present_ = false;
+    PostponeRecovery(hr);
+  } else if (!recovering_.load()) {
+    retry_delay_ms_ = 0;
+    next_attempt_tick_ = clock_->TickCountMs();
+    recovering_.store(true);
+  }
+}
+
+bool NativeLiveWindow::RecoverDevice() {
+  if (static_cast<std::int32_t>(clock_->TickCountMs() - next_attempt_tick_) < 0) {
+    return false;
+  }
+  const std::int32_t width = target_width_.load();
+  const std::int32_t height = target_height_.load();
+  const HRESULT hr =
+      device_.Create(hwnd_, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height),
+                     LiveWindowDeviceResources::Adapter::kDrivingTheWindow);
+  if (FAILED(hr)) {
+    PostponeRecovery(hr);
+    return false;
+  }
+  ImagePipeline::BindTarget(device_.context(), device_.render_target_view(), width, height);
+  LogAdapterForWindow(device_.device(), MonitorFromWindow(hwnd_, MONITOR_DEFAULTTONULL),
+                      DisplayName());
+  recovering_.store(false);
+  awaiting_first_present_ = true;
+  return true;
+}
+
+void NativeLiveWindow::PostponeRecovery(HRESULT hr) {
+  retry_delay_ms_ = retry_delay_ms_ == 0 ? kFirstRetryDelayMs
+                                         : std::min(retry_delay_ms_ * 2, kLongestRetryDelayMs);
+  next_attempt_tick_ = clock_->TickCountMs() + retry_delay_ms_;
+  recovering_.store(true);
+  Logger::Instance().Warning("D3D11",
+                             "Device re-creation failed on %s (HRESULT=0x%08X); next attempt in "
+                             "%u ms",
+                             DisplayName(), static_cast<unsigned>(hr),
+                             static_cast<unsigned>(retry_delay_ms_));
+  present_event_.Signal();
+}
+
+void NativeLiveWindow::FinishRecovery() {
+  awaiting_first_present_ = false;
+  retry_delay_ms_ = 0;
+  const std::uint32_t elapsed = clock_->TickCountMs() - loss_tick_.load();
+  Logger::Instance().Info("D3D11", "Device recovered on %s in %u ms", DisplayName(),
+                          static_cast<unsigned>(elapsed));
+  // A later loss is a new one, and is reported again.
+  device_lost_.store(false);
+  recovered_count_.fetch_add(1);
+}
+
+void NativeLiveWindow::ResetRecovery() {
+  recovering_.store(false);
+  device_lost_.store(false);
+  awaiting_first_present_ = false;
+  retry_delay_ms_ = 0;
 }
 
 }  // namespace native_live_window
