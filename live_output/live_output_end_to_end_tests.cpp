@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cwchar>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -140,6 +141,8 @@ class LiveOutputProgramTest : public ::testing::Test {
     session_ = new HeadlessSession();
     SessionOptions options;
     options.program = BuiltKestrunProgram();
+    // Lets the device-loss test make an output window's device report its removal.
+    options.environment.push_back({L"KESTRUN_TEST_DEVICE_LOSS", L"1"});
     start_error_ = session_->Start(options) ? std::string() : session_->last_error();
     // The main window is shown on the engine's first frame; let that happen before any output
     // window opens.
@@ -277,6 +280,72 @@ TEST_F(LiveOutputProgramTest, TwoWindowsShowOnePictureBlankAndPassOnKeysAndClick
   EXPECT_FALSE(session_->WaitForEvent(
       [](const HeadlessEvent& event) { return event.type == "message" && event.channel == kLive; },
       std::chrono::milliseconds(0)));
+}
+
+// The device of a real output window is lost twice (the program's loss seam, posted to the
+// window): found by Present while a picture is shown, then by the upload of the next picture.
+// Both times the window makes a new device, puts the picture on it and shows it; every reply
+// comes, and the log tells the loss and the recovery of each.
+TEST_F(LiveOutputProgramTest, OutputWindowShowsItsPictureAgainAfterItsDeviceIsLost) {
+  const std::wstring logs = files_->folder() + L"\\host-logs";
+  ASSERT_TRUE(Succeeded(Call("initializeLogger",
+                             Map({{"logDirectory", EncodableValue(files_->Path("host-logs"))}}))));
+  auto log_text = [&logs] {
+    std::string text;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(logs, error)) {
+      if (entry.is_regular_file()) {
+        text += ImageDecoderTestFiles::ReadText(entry.path().wstring());
+      }
+    }
+    return text;
+  };
+  auto recoveries = [&log_text] {
+    const std::string text = log_text();
+    std::size_t count = 0;
+    for (std::size_t at = text.find("Device recovered on left in "); at != std::string::npos;
+         at = text.find("Device recovered on left in ", at + 1)) {
+      ++count;
+    }
+    return count;
+  };
+  const UINT lose_device = RegisterWindowMessageW(L"KestrunTestDeviceLoss");
+  const WPARAM kPresent = 1;
+  const WPARAM kUpload = 3;
+  ASSERT_TRUE(files_->WritePng("red.png", 40, 20, MakeImage(40, 20, [](int, int) { return kRed; })));
+  ASSERT_TRUE(
+      files_->WritePng("green.png", 40, 20, MakeImage(40, 20, [](int, int) { return kGreen; })));
+  auto load = [](const char* name) {
+    return Call("loadImageForDisplay", Map({{"displayId", EncodableValue("left")},
+                                            {"path", EncodableValue(files_->Path(name))},
+                                            {"fitMode", EncodableValue(2)}}));
+  };
+  ASSERT_TRUE(Succeeded(Call("showForDisplay", DisplayArguments("left", kLeft))));
+  const std::vector<HWND> windows = LiveWindows(session_->process_id());
+  ASSERT_EQ(windows.size(), 1u);
+  ASSERT_TRUE(Succeeded(load("red.png")));
+  ASSERT_TRUE(ScreenComesToShow(kLeft + 200, kTop + 100, kRed));
+
+  PostMessageW(windows[0], lose_device, kPresent, 1);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (recoveries() < 1 && std::chrono::steady_clock::now() < deadline) {
+    Sleep(50);
+  }
+  ASSERT_EQ(recoveries(), 1u) << log_text();
+  EXPECT_TRUE(ScreenComesToShow(kLeft + 200, kTop + 100, kRed));
+
+  PostMessageW(windows[0], lose_device, kUpload, 1);
+  ASSERT_TRUE(session_->Sync());
+  EXPECT_TRUE(Succeeded(load("green.png")));
+  EXPECT_TRUE(ScreenComesToShow(kLeft + 200, kTop + 100, kGreen));
+  const std::string text = log_text();
+  EXPECT_NE(text.find("ERROR [D3D11] Device lost during Present on left! HRESULT=0x887A0005"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("ERROR [D3D11] Device lost during image upload on left! HRESULT=0x887A0005"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(recoveries(), 2u) << text;
 }
 
 }  // namespace

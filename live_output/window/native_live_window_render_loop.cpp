@@ -325,8 +325,10 @@ void NativeLiveWindow::FinishRecovery() {
   awaiting_first_present_ = false;
   retry_delay_ms_ = 0;
   const std::uint32_t elapsed = clock_->TickCountMs() - loss_tick_.load();
-  Logger::Instance().Info("D3D11", "Device recovered on %s in %u ms", DisplayName(),
-                          static_cast<unsigned>(elapsed));
+  Logger& log = Logger::Instance();
+  log.Info("D3D11", "Device recovered on %s in %u ms", DisplayName(),
+           static_cast<unsigned>(elapsed));
+  log.Flush();
   // A later loss is a new one, and is reported again.
   device_lost_.store(false);
   recovered_count_.fetch_add(1);
