@@ -53,8 +53,8 @@ void PrintError(const char* text) {
 }
 
 // Compiles one shader; the compiler's complaint goes to the debugger output.
-bool Compile(const char* source, std::size_t length, const char* name, const char* target,
-             ComPtr<ID3DBlob>* code) {
+bool CompileSource(const char* source, std::size_t length, const char* name, const char* target,
+                   ComPtr<ID3DBlob>* code) {
   ComPtr<ID3DBlob> errors;
   const HRESULT hr = D3DCompile(source, length, name, nullptr, nullptr, "main", target, 0, 0,
                                 code->ReleaseAndGetAddressOf(), &errors);
@@ -66,6 +66,23 @@ bool Compile(const char* source, std::size_t length, const char* name, const cha
     }
     return false;
   }
+  return true;
+}
+
+// The byte code of the two shaders does not depend on the device: it is compiled once for the
+// process, so that a window that makes its device again after a loss does not wait for the
+// compiler.
+bool Compile(const char* source, std::size_t length, const char* name, const char* target,
+             ComPtr<ID3DBlob>* code) {
+  static std::mutex mutex;
+  static ComPtr<ID3DBlob> vertex_code;
+  static ComPtr<ID3DBlob> pixel_code;
+  ComPtr<ID3DBlob>& cached = target[0] == 'v' ? vertex_code : pixel_code;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (!cached && !CompileSource(source, length, name, target, &cached)) {
+    return false;
+  }
+  *code = cached;
   return true;
 }
 

@@ -301,8 +301,6 @@ bool NativeLiveWindow::RecoverDevice() {
     return false;
   }
   ImagePipeline::BindTarget(device_.context(), device_.render_target_view(), width, height);
-  LogAdapterForWindow(device_.device(), MonitorFromWindow(hwnd_, MONITOR_DEFAULTTONULL),
-                      DisplayName());
   recovering_.store(false);
   awaiting_first_present_ = true;
   return true;
@@ -328,6 +326,9 @@ void NativeLiveWindow::FinishRecovery() {
   Logger& log = Logger::Instance();
   log.Info("D3D11", "Device recovered on %s in %u ms", DisplayName(),
            static_cast<unsigned>(elapsed));
+  // Which adapter renders now, once the audience sees the picture again.
+  LogAdapterForWindow(device_.device(), MonitorFromWindow(hwnd_, MONITOR_DEFAULTTONULL),
+                      DisplayName());
   log.Flush();
   // A later loss is a new one, and is reported again.
   device_lost_.store(false);
