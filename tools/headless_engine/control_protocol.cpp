@@ -8,6 +8,7 @@
 #include "channel_json.h"
 #include "display_scale.h"
 #include "engine_log.h"
+#include "process_stats.h"
 #include "standard_method_codec.h"
 #include "text_conversion.h"
 #include "window_message_names.h"
@@ -168,6 +169,18 @@ void ControlProtocol::HandleOperation(const JsonValue& operation) {
       channels.emplace_back(channel);
     }
     answer.Set("channelsWithHandlers", JsonValue(std::move(channels)));
+    Answer(id, std::move(answer));
+  } else if (op == "processStats") {
+    const ProcessStats stats = ReadProcessStats();
+    JsonValue answer = JsonValue::MakeObject();
+    answer.Set("ok", true);
+    answer.Set("privateBytes", JsonValue(static_cast<long long>(stats.private_bytes)));
+    answer.Set("privateBytesSource", JsonValue(std::string(stats.private_bytes_source)));
+    answer.Set("handles", JsonValue(static_cast<long long>(stats.handles)));
+    answer.Set("gdiObjects", JsonValue(static_cast<long long>(stats.gdi_objects)));
+    answer.Set("userObjects", JsonValue(static_cast<long long>(stats.user_objects)));
+    answer.Set("threads", JsonValue(static_cast<long long>(stats.threads)));
+    answer.Set("windows", JsonValue(static_cast<long long>(stats.windows)));
     Answer(id, std::move(answer));
   } else if (op == "releaseFrame") {
     engine_->ReleaseFrame();
