@@ -258,10 +258,10 @@ const char* NativeLiveWindow::DisplayName() const {
 // Resizing
 
 void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
-  if (width < 1 || height < 1 || hwnd_ == nullptr ||
-      (!recovering_.load() && (!device_.swap_chain() || !device_.context()))) {
+  if (width < 1 || height < 1 || hwnd_ == nullptr) {
     return;
   }
+  // The render thread may be making the device again: it is stopped before the device is looked at.
   const bool was_running = running_.load();
   if (was_running) {
     StopRenderLoop();
@@ -269,7 +269,9 @@ void NativeLiveWindow::OnResize(std::int32_t width, std::int32_t height) {
   Logger& log = Logger::Instance();
 
   bool resized = false;
-  if (recovering_.load()) {
+  if (!recovering_.load() && (!device_.swap_chain() || !device_.context())) {
+    // No device: nothing to resize.
+  } else if (recovering_.load()) {
     // No swap chain to resize: the next one is made at the new size.
     resized = true;
   } else {
