@@ -175,6 +175,7 @@ def plot(rows, fits, total_s, out_dir, minutes, cycles):
         "set terminal pngcairo size 1400,900 font 'DejaVu Sans,11'",
         "set output '%s'" % png,
         "set datafile separator ','",
+        "set termoption noenhanced",
         "set key top left",
         "set grid",
         "set multiplot layout 2,2 title 'kestrun.exe soak: %g minutes, %d show cycles "
