@@ -140,8 +140,10 @@ HRESULT LiveWindowDeviceResources::Resize(std::uint32_t width, std::uint32_t hei
     context_->OMSetRenderTargets(0, nullptr, nullptr);
   }
   render_target_view_.Reset();
-  HRESULT hr = Through(Call::kResizeBuffers,
-                       swap_chain_->ResizeBuffers(0, width, height, DXGI_FORMAT_UNKNOWN, 0));
+  HRESULT hr = Strike(Call::kResizeBuffers);
+  if (SUCCEEDED(hr)) {
+    hr = swap_chain_->ResizeBuffers(0, width, height, DXGI_FORMAT_UNKNOWN, 0);
+  }
   if (FAILED(hr)) {
     return hr;
   }
@@ -164,12 +166,11 @@ HRESULT LiveWindowDeviceResources::Present(UINT sync_interval) {
   if (!swap_chain_) {
     return E_POINTER;
   }
-  return Through(Call::kPresent, swap_chain_->Present(sync_interval, 0));
+  const HRESULT removed = Strike(Call::kPresent);
+  return FAILED(removed) ? removed : swap_chain_->Present(sync_interval, 0);
 }
 
-HRESULT LiveWindowDeviceResources::CheckUpload(HRESULT uploaded) {
-  return Through(Call::kUpload, uploaded);
-}
+HRESULT LiveWindowDeviceResources::CheckUpload() { return Strike(Call::kUpload); }
 
 HRESULT LiveWindowDeviceResources::RemovedReason() const {
   const HRESULT injected = injected_removal_.load();
@@ -185,7 +186,7 @@ ComPtr<ID3D11Device> LiveWindowDeviceResources::SharedDevice() const {
   return device_;
 }
 
-HRESULT LiveWindowDeviceResources::Through(Call call, HRESULT real) {
+HRESULT LiveWindowDeviceResources::Strike(Call call) {
   if (g_injected_call.load() == static_cast<std::int32_t>(call)) {
     std::uint32_t left = g_injection_countdown.load();
     while (left != 0 && !g_injection_countdown.compare_exchange_weak(left, left - 1)) {
@@ -194,8 +195,7 @@ HRESULT LiveWindowDeviceResources::Through(Call call, HRESULT real) {
       injected_removal_.store(g_injected_reason.load());
     }
   }
-  const HRESULT injected = injected_removal_.load();
-  return injected != S_OK ? injected : real;
+  return injected_removal_.load();
 }
 
 void LiveWindowDeviceResources::InjectLossForTesting(Call call, std::uint32_t countdown,

@@ -56,9 +56,9 @@ class LiveWindowDeviceResources {
   // names the call that failed: "ResizeBuffers", "GetBuffer" or "CreateRenderTargetView".
   HRESULT Resize(std::uint32_t width, std::uint32_t height, const char** step);
   HRESULT Present(UINT sync_interval);
-  // Passes an image upload's result through the seam: a device removed by it (or before it)
-  // answers its removal reason.
-  HRESULT CheckUpload(HRESULT uploaded);
+  // Asked before an image upload: S_OK, or the removal reason of a device removed by the seam at
+  // this upload (or before it), which must then not be used.
+  HRESULT CheckUpload();
   // Why the device was lost (S_OK while it is whole).
   HRESULT RemovedReason() const;
 
@@ -82,8 +82,9 @@ class LiveWindowDeviceResources {
   static void SetCreationFilterForTesting(CreationFilter filter);
 
  private:
-  // The seam's verdict on one call whose real result is `real`.
-  HRESULT Through(Call call, HRESULT real);
+  // The seam's verdict on one call, before it is made: S_OK, or the removal reason of a device
+  // that is removed (a removed device is not called at all: it would not present, for one).
+  HRESULT Strike(Call call);
 
   mutable std::mutex swap_mutex_;
   Microsoft::WRL::ComPtr<ID3D11Device> device_;

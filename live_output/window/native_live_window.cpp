@@ -331,7 +331,7 @@ bool NativeLiveWindow::CheckUploadable(const std::vector<std::uint8_t>& pixels,
 bool NativeLiveWindow::UploadLocked(const std::uint8_t* pixels, std::int32_t width,
                                     std::int32_t height, std::int32_t fit_mode) {
   Microsoft::WRL::ComPtr<ID3D11Device> device = device_.SharedDevice();
-  HRESULT hr = device ? device_.CheckUpload(S_OK) : S_OK;
+  HRESULT hr = device ? device_.CheckUpload() : S_OK;
   if (LiveWindowDeviceResources::IsDeviceLoss(hr)) {
     // The device is gone: the image waits for the next one.
     device.Reset();
