@@ -105,6 +105,27 @@ TEST(DeviceLossTest, WindowShowsItsContentAgainAfterALossFoundByAnyCall) {
   LiveWindowDeviceResources::InjectLossForTesting(Call::kPresent, 0, S_OK);
 }
 
+// Each recovery releases everything of the lost device: repeated losses leave no handle or thread.
+TEST(DeviceLossTest, RepeatedLossesLeaveHandlesAndThreadsAsTheyWere) {
+  NativeLiveWindow window;
+  ASSERT_TRUE(Show(window, {Display("Repeated losses", kLeft, kTop, 160, 90)}));
+  ASSERT_TRUE(window.ShowImageFromPixels(Halves(kRed, kBlue), 64, 32, 2));
+  std::uint64_t recovered = 0;
+  auto lose = [&] {
+    LiveWindowDeviceResources::InjectLossForTesting(Call::kPresent, 1, DXGI_ERROR_DEVICE_REMOVED);
+    return WaitForRecovery(window, ++recovered);
+  };
+  ASSERT_TRUE(lose());  // the first one may make what later ones reuse
+  const DWORD handles = live_window_test::ProcessHandleCount();
+  const DWORD threads = live_window_test::ProcessThreadCount();
+  for (int i = 0; i < 8; ++i) {
+    ASSERT_TRUE(lose());
+  }
+  EXPECT_TRUE(ScreenShows(window, 20, 45, kRed));
+  EXPECT_TRUE(live_window_test::ProcessSettlesTo(handles, threads));
+  window.Close();
+}
+
 HRESULT FailCreation(HRESULT) { return DXGI_ERROR_UNSUPPORTED; }
 
 // While no device can be made the window tries again after 250 ms, 500 ms, ... up to every 5 s,
