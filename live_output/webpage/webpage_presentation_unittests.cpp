@@ -1,6 +1,6 @@
 // Webpages on a real live window against the WebView2 stand-in: which load is revealed and when,
-// stops and stale events, blanking, duplicates, initialisation races and failures, process
-// failures in the log, and many quick loads and stops.
+// the browser's placement, stops and stale events, blanking and fades, duplicates, initialisation
+// races and failures, process failures and a browser that exited, and many quick loads and stops.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <webview2_standin.h>
@@ -79,18 +79,39 @@ class WebpagePresentationTest : public ::testing::Test {
 
 TEST_F(WebpagePresentationTest, PageIsRevealedOnlyOnceItsContentHasLoaded) {
   WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+  const LogSince log;
   ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-  EXPECT_TRUE(page().webview_ready());
   EXPECT_EQ(window_->content_mode(), kContentWebpage);
+  // Unblanking while the page still loads leaves it hidden.
+  window_->Blank();
+  window_->Unblank();
   EXPECT_FALSE(PageVisible());
   WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
   ASSERT_TRUE(PumpEvents());
   EXPECT_TRUE(PageVisible());
   EXPECT_EQ(PageUrl(), L"https://a.example/");
-  // The browser covers the window's client area.
-  const RECT bounds = ViewState().bounds;
-  EXPECT_EQ(bounds.right - bounds.left, 320);
-  EXPECT_EQ(bounds.bottom - bounds.top, 240);
+  EXPECT_TRUE(window_->ReloadWebpage());
+  for (const char* line :
+       {"LoadWebpage called (url=https://a.example/, gen=0, webview=null, ready=0, pending=0)",
+        "NavigationCompleted (gen=1, success=1)", "DOMContentLoaded showing webview (gen=1)",
+        "ReloadWebpage (url=https://a.example/)"}) {
+    EXPECT_EQ(log.Count(line), 1u) << line;
+  }
+  // The browser covers the client area, and follows a resize and a DPI change. (Blanked first:
+  // under Wine, moving a shown child of a Direct3D window during its resize never returns.)
+  window_->Blank();
+  const HWND hwnd = window_->GetHwnd();
+  for (const SIZE size : {SIZE{320, 240}, SIZE{400, 300}, SIZE{480, 360}}) {
+    if (size.cx == 400) {
+      SetWindowPos(hwnd, nullptr, 0, 0, 400, 300, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    } else if (size.cx == 480) {
+      RECT suggested{60, 60, 540, 420};
+      SendMessageW(hwnd, WM_DPICHANGED, MAKEWPARAM(144, 144), reinterpret_cast<LPARAM>(&suggested));
+    }
+    const RECT bounds = ViewState().bounds;
+    EXPECT_EQ(std::vector<LONG>({bounds.left, bounds.top, bounds.right, bounds.bottom}),
+              std::vector<LONG>({0, 0, size.cx, size.cy}));
+  }
 }
 
 TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
@@ -115,7 +136,10 @@ TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
       ASSERT_TRUE(window_->LoadWebpage("https://b.example/", false));
     }
     ASSERT_TRUE(PumpEvents());
-    EXPECT_EQ(log.Count("DOMContentLoaded showing webview (gen=" + std::to_string(a) + ")"), 0u);
+    // A's late events neither reveal B nor count for it.
+    EXPECT_EQ(log.Count("DOMContentLoaded showing webview"), 0u);
+    EXPECT_EQ(log.Count("NavigationCompleted (gen=" + std::to_string(a + 1) + ", success=1)"),
+              c.stop_instead_of_b ? 0u : 1u);
     EXPECT_FALSE(PageVisible());
     if (c.stop_instead_of_b) {
       EXPECT_EQ(window_->content_mode(), kContentNone);
@@ -128,6 +152,17 @@ TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
       EXPECT_EQ(page().revealed_generation(), a + 1);
     }
   }
+}
+
+TEST_F(WebpagePresentationTest, PageMadeAfterAFadeToBlackStaysUnderTheBlack) {
+  window_->FadeToBlack(0, [] {});
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  // The window's topmost child is still the black overlay, above the browser.
+  const HWND top = GetWindow(window_->GetHwnd(), GW_CHILD);
+  wchar_t name[64] = {};
+  GetClassNameW(top, name, 64);
+  EXPECT_STREQ(name, L"KestrunFadeOverlay");
+  EXPECT_NE(GetWindow(top, GW_HWNDNEXT), nullptr);
 }
 
 TEST_F(WebpagePresentationTest, BlankedLoadStaysHiddenUntilUnblank) {
@@ -187,7 +222,7 @@ TEST_F(WebpagePresentationTest, FailedInitialisationIsReportedAndTheNextLoadTrie
   EXPECT_TRUE(PageVisible());
 }
 
-TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
+TEST_F(WebpagePresentationTest, ProcessFailuresAreLoggedAndAnExitedBrowserIsMadeAgain) {
   ASSERT_TRUE(LoadAndSettle("https://a.example/"));
   const LogSince log;
   WebView2Standin_FailProcess(WebView2Standin_LastView(), 1);
@@ -199,6 +234,18 @@ TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
   // Reload is the interface's to ask for.
   EXPECT_TRUE(window_->ReloadWebpage());
   EXPECT_EQ(ViewState().reloads, 1);
+  // After the browser process exits, the next reload or load shows the page in a new browser.
+  for (const char* next : {"reload", "https://b.example/"}) {
+    const int exited = WebView2Standin_LastView();
+    WebView2Standin_FailProcess(exited, 0);
+    ASSERT_TRUE(PumpEvents());
+    EXPECT_TRUE(next[0] == 'r' ? window_->ReloadWebpage() : window_->LoadWebpage(next, false));
+    ASSERT_TRUE(PumpEvents());
+    EXPECT_EQ(WebView2Standin_LastView(), exited + 1) << next;
+    EXPECT_EQ(PageUrl(), next[0] == 'r' ? L"https://a.example/" : L"https://b.example/");
+    EXPECT_TRUE(PageVisible()) << next;
+  }
+  EXPECT_EQ(log.Count("ProcessFailed: BROWSER (kind=0) (url=https://a.example/"), 2u);
 }
 
 TEST_F(WebpagePresentationTest, ImageEndsThePageAndCloseSilencesTheBrowser) {
