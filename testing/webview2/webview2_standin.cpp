@@ -1133,3 +1133,19 @@ BOOL WebView2Standin_GetView(int number, WebView2StandinView* state) {
 int WebView2Standin_LiveObjects() { return g_live_objects.load(); }
 
 int WebView2Standin_PendingEvents() { return static_cast<int>(g_tasks.size() + g_held.size()); }
+
+BOOL WebView2Standin_DeliverPending() {
+  const ULONGLONG deadline = GetTickCount64() + 30000;
+  while (WebView2Standin_PendingEvents() != 0) {
+    if (GetTickCount64() > deadline) {
+      return FALSE;
+    }
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+      TranslateMessage(&msg);
+      DispatchMessageW(&msg);
+    }
+  }
+  return TRUE;
+}

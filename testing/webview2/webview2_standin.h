@@ -91,5 +91,8 @@ WEBVIEW2_STANDIN_API BOOL WebView2Standin_GetView(int view, WebView2StandinView*
 WEBVIEW2_STANDIN_API int WebView2Standin_LiveObjects();
 // Completions and events posted and not yet delivered (held creations included).
 WEBVIEW2_STANDIN_API int WebView2Standin_PendingEvents();
+// Dispatches the calling thread's messages until nothing is pending; FALSE after 30 s (which only
+// a fault reaches, such as held creations never released).
+WEBVIEW2_STANDIN_API BOOL WebView2Standin_DeliverPending();
 
 #endif  // KESTRUN_TESTING_WEBVIEW2_WEBVIEW2_STANDIN_H_
