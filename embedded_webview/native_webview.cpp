@@ -14,6 +14,7 @@ namespace native_webview {
 namespace {
 
 using Microsoft::WRL::ComPtr;
+using native_live_window::Logger;
 using namespace webview2;
 
 // Paints the page black from the moment a document exists.
@@ -153,10 +154,9 @@ bool NativeWebView::RetryWithPerUserFolder(HRESULT result) {
   }
   user_data_folder_ = Utf8(folder);
   // Installed where the program's own folder cannot be written (Program Files).
-  native_live_window::Logger::Instance().Warning("WEBVIEW",
-                             "Default WebView2 user data folder not writable (hr=0x%08X), "
-                             "using %s",
-                             static_cast<unsigned>(result), Utf8(folder).c_str());
+  Logger::Instance().Warning("WEBVIEW",
+                             "Default WebView2 user data folder not writable (hr=0x%08X), using %s",
+                             static_cast<unsigned>(result), user_data_folder_.c_str());
   CreateEnvironment(folder);
   return true;
 }
@@ -168,7 +168,7 @@ void NativeWebView::OnEnvironmentCreated(HRESULT result, ICoreWebView2Environmen
     }
     return;
   }
-  native_live_window::Logger::Instance().Info("WEBVIEW", "WebView2 environment created (user data folder: %s)",
+  Logger::Instance().Info("WEBVIEW", "WebView2 environment created (user data folder: %s)",
                           user_data_folder_.empty() ? "default, beside the program"
                                                     : user_data_folder_.c_str());
   environment_ = environment;
