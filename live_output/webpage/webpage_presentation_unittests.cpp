@@ -159,14 +159,23 @@ TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
 }
 
 TEST_F(WebpagePresentationTest, PageMadeAfterAFadeToBlackStaysUnderTheBlack) {
+  WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
   window_->FadeToBlack(0, [] {});
-  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-  // The window's topmost child is still the black overlay, above the browser.
-  const HWND top = GetWindow(window_->GetHwnd(), GW_CHILD);
-  wchar_t name[64] = {};
-  GetClassNameW(top, name, 64);
-  EXPECT_STREQ(name, L"KestrunFadeOverlay");
-  EXPECT_NE(GetWindow(top, GW_HWNDNEXT), nullptr);
+  // The window's topmost child stays the black overlay, above the browser made and then shown.
+  for (bool shown : {false, true}) {
+    if (shown) {
+      WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
+      ASSERT_TRUE(PumpEvents());
+    } else {
+      ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+    }
+    const HWND top = GetWindow(window_->GetHwnd(), GW_CHILD);
+    wchar_t name[64] = {};
+    GetClassNameW(top, name, 64);
+    EXPECT_STREQ(name, L"KestrunFadeOverlay") << shown;
+    EXPECT_EQ(GetWindow(top, GW_HWNDNEXT), ViewState().host) << shown;
+    EXPECT_EQ(PageVisible(), shown);
+  }
 }
 
 TEST_F(WebpagePresentationTest, SameUrlWhilePendingOrShownIsSkipped) {

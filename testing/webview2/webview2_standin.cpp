@@ -765,8 +765,14 @@ class Controller final : public ICoreWebView2Controller2, Counted {
     if (view_->closed) {
       return kClosed;
     }
+    const bool shown = visible != FALSE && !view_->visible;
     view_->visible = visible != FALSE;
     PlaceWindows(*view_);
+    if (shown) {
+      // Where the browser's window lands among its siblings when shown is not documented: it is
+      // raised to the top, the harsher case for anything meant to stay above it.
+      SetWindowPos(view_->host, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    }
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE get_Bounds(RECT* bounds) override { *bounds = view_->bounds; return S_OK; }
