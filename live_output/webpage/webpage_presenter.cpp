@@ -96,25 +96,28 @@ void WebpagePresenter::KeepFadeOnTop() {
 void WebpagePresenter::OnInitialized(const std::string& url, bool is_local_file,
                                      std::uint32_t generation, bool success,
                                      const std::string& error) {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (load_generation_ != generation) {
-    return;
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (load_generation_ != generation) {
+      return;
+    }
+    if (!success) {
+      std::printf("Kestrun Native: ERROR - WebView init failed: %s\n", error.c_str());
+      std::fflush(stdout);
+      load_pending_ = false;
+      current_url_.clear();
+      // Destroyed from inside its own callback: NativeWebView touches nothing after calling it.
+      webview_.reset();
+      return;
+    }
+    webview_ready_ = true;
+    webview_->SetProcessFailedHandler(
+        [this](const std::string& failure) { OnProcessFailed(failure); });
+    StartNavigation(url, is_local_file, generation);
   }
-  if (!success) {
-    std::printf("Kestrun Native: ERROR - WebView init failed: %s\n", error.c_str());
-    std::fflush(stdout);
-    load_pending_ = false;
-    current_url_.clear();
-    // Destroyed from inside its own callback: NativeWebView touches nothing after calling it.
-    webview_.reset();
-    return;
-  }
-  webview_ready_ = true;
-  webview_->SetProcessFailedHandler(
-      [this](const std::string& failure) { OnProcessFailed(failure); });
   // The browser's windows were made above everything in the window, a black overlay included.
+  // (The fade lock is never taken under the web view lock.)
   KeepFadeOnTop();
-  StartNavigation(url, is_local_file, generation);
 }
 
 void WebpagePresenter::StartNavigation(const std::string& url, bool is_local_file,
@@ -170,13 +173,16 @@ void WebpagePresenter::OnDomContentLoaded(std::uint32_t generation) {
   revealed_generation_ = generation;
   // The blank flag is read before the web view lock is taken.
   const bool blanked = host_.blanked();
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (webview_ && !blanked && content_mode_.load() == kContentWebpage) {
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (!webview_ || blanked || content_mode_.load() != kContentWebpage) {
+      return;
+    }
     webview_->SetVisible(true);
-    KeepFadeOnTop();
     Logger::Instance().Info("WEBVIEW", "DOMContentLoaded showing webview (gen=%u)",
                             static_cast<unsigned>(generation));
   }
+  KeepFadeOnTop();
 }
 
 bool WebpagePresenter::Reload() {
@@ -227,12 +233,15 @@ void WebpagePresenter::Hide() {
 }
 
 void WebpagePresenter::RevealIfLoaded() {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (webview_ && content_mode_.load() == kContentWebpage && !load_pending_ &&
-      revealed_generation_ == load_generation_) {
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (!webview_ || content_mode_.load() != kContentWebpage || load_pending_ ||
+        revealed_generation_ != load_generation_) {
+      return;
+    }
     webview_->SetVisible(true);
-    KeepFadeOnTop();
   }
+  KeepFadeOnTop();
 }
 
 void WebpagePresenter::WindowClosing() {
