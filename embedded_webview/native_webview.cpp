@@ -1,15 +1,20 @@
 #include "embedded_webview/native_webview.h"
 
+#include <shlobj.h>
+
+#include <cstdio>
 #include <utility>
 
 #include "embedded_webview/com_handler.h"
 #include "embedded_webview/webview2_loader.h"
+#include "live_output/log/logger.h"
 
 namespace native_webview {
 
 namespace {
 
 using Microsoft::WRL::ComPtr;
+using native_live_window::Logger;
 using namespace webview2;
 
 // Paints the page black from the moment a document exists.
@@ -57,12 +62,46 @@ bool ReadStream(IStream* stream, std::vector<std::uint8_t>* bytes) {
   return !bytes->empty();
 }
 
+std::string Utf8(const std::wstring& text) {
+  if (text.empty()) {
+    return std::string();
+  }
+  const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                         nullptr, 0, nullptr, nullptr);
+  std::string narrow(static_cast<std::size_t>(length > 0 ? length : 0), '\0');
+  if (length > 0) {
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &narrow[0],
+                        length, nullptr, nullptr);
+  }
+  return narrow;
+}
+
+// %LOCALAPPDATA%\Kestrun\WebView2, made if missing; empty when the folder is unknown.
+std::wstring PerUserDataFolder() {
+  PWSTR local = nullptr;
+  std::wstring folder;
+  if (SUCCEEDED(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &local)) && local) {
+    folder = local;
+  }
+  CoTaskMemFree(local);
+  if (folder.empty()) {
+    return folder;
+  }
+  folder += L"\\Kestrun";
+  CreateDirectoryW(folder.c_str(), nullptr);
+  folder += L"\\WebView2";
+  CreateDirectoryW(folder.c_str(), nullptr);
+  return folder;
+}
+
 }  // namespace
 
 NativeWebView::NativeWebView() : link_(std::make_shared<Link>(Link{this})) {}
 
 NativeWebView::~NativeWebView() {
   link_->view = nullptr;
+  // Every capture is answered, also the ones the browser drops when it is closed.
+  FailCaptures();
   if (controller_) {
     // Releases every event handler the browser holds.
     controller_->Close();
@@ -82,6 +121,10 @@ void NativeWebView::Initialize(HWND parent, InitCallback callback) {
   parent_ = parent;
   init_callback_ = std::move(callback);
   initializing_ = true;
+  CreateEnvironment(std::wstring());
+}
+
+void NativeWebView::CreateEnvironment(const std::wstring& user_data_folder) {
   std::shared_ptr<Link> link = link_;
   ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> handler =
       MakeHandler<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler, HRESULT,
@@ -93,16 +136,41 @@ void NativeWebView::Initialize(HWND parent, InitCallback callback) {
             }
             return S_OK;
           });
-  if (FAILED(CreateWebView2Environment(handler.Get()))) {
+  const HRESULT result = CreateWebView2Environment(
+      user_data_folder.empty() ? nullptr : user_data_folder.c_str(), handler.Get());
+  if (FAILED(result) && !RetryWithPerUserFolder(result)) {
     FinishInitialize(false, "CreateCoreWebView2EnvironmentWithOptions failed");
   }
 }
 
+bool NativeWebView::RetryWithPerUserFolder(HRESULT result) {
+  if (result != E_ACCESSDENIED || tried_per_user_folder_) {
+    return false;
+  }
+  tried_per_user_folder_ = true;
+  const std::wstring folder = PerUserDataFolder();
+  if (folder.empty()) {
+    return false;
+  }
+  user_data_folder_ = Utf8(folder);
+  // Installed where the program's own folder cannot be written (Program Files).
+  Logger::Instance().Warning("WEBVIEW",
+                             "Default WebView2 user data folder not writable (hr=0x%08X), using %s",
+                             static_cast<unsigned>(result), user_data_folder_.c_str());
+  CreateEnvironment(folder);
+  return true;
+}
+
 void NativeWebView::OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* environment) {
   if (FAILED(result) || environment == nullptr) {
-    FinishInitialize(false, "Failed to create WebView2 environment");
+    if (!RetryWithPerUserFolder(result)) {
+      FinishInitialize(false, "Failed to create WebView2 environment");
+    }
     return;
   }
+  Logger::Instance().Info("WEBVIEW", "WebView2 environment created (user data folder: %s)",
+                          user_data_folder_.empty() ? "default, beside the program"
+                                                    : user_data_folder_.c_str());
   environment_ = environment;
   std::shared_ptr<Link> link = link_;
   ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> handler =
@@ -139,6 +207,14 @@ void NativeWebView::OnControllerCreated(HRESULT result, ICoreWebView2Controller*
   DisableInput(parent_);
   StartDisableTimer();
   RegisterEventHandlers();
+  // Ready once both scripts are registered (OnScriptAdded).
+  OnScriptAdded();
+}
+
+void NativeWebView::OnScriptAdded() {
+  if (--scripts_pending_ > 0 || ready_ || !initializing_) {
+    return;
+  }
   ready_ = true;
   FinishInitialize(true, "");
 }
@@ -161,12 +237,23 @@ void NativeWebView::Configure() {
     settings->put_IsBuiltInErrorPageEnabled(FALSE);
     settings->put_AreDefaultScriptDialogsEnabled(FALSE);
   }
+  // The scripts apply only to documents created after their completion: one count for each,
+  // and one for the rest of the set-up (OnControllerCreated).
+  scripts_pending_ = 3;
+  std::shared_ptr<Link> link = link_;
   for (const wchar_t* script : {kBlackDocumentScript, kInertDocumentScript}) {
     ComPtr<ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler> added =
         MakeHandler<ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler, HRESULT,
                     LPCWSTR>(IID_ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler,
-                             [](HRESULT, LPCWSTR) { return S_OK; });
-    webview_->AddScriptToExecuteOnDocumentCreated(script, added.Get());
+                             [link](HRESULT, LPCWSTR) {
+                               if (link->view != nullptr) {
+                                 link->view->OnScriptAdded();
+                               }
+                               return S_OK;
+                             });
+    if (FAILED(webview_->AddScriptToExecuteOnDocumentCreated(script, added.Get()))) {
+      OnScriptAdded();
+    }
   }
   ComPtr<ICoreWebView2Controller2> controller2;
   if (SUCCEEDED(controller_->QueryInterface(IID_ICoreWebView2Controller2,
@@ -183,8 +270,9 @@ void NativeWebView::RegisterEventHandlers() {
   auto starting = MakeHandler<ICoreWebView2NavigationStartingEventHandler, ICoreWebView2*,
                               ICoreWebView2NavigationStartingEventArgs*>(
       IID_ICoreWebView2NavigationStartingEventHandler,
-      [link](ICoreWebView2*, ICoreWebView2NavigationStartingEventArgs*) {
+      [link](ICoreWebView2*, ICoreWebView2NavigationStartingEventArgs* args) {
         if (link->view != nullptr) {
+          link->view->OnNavigationStarting(args);
           DisableInput(link->view->parent_);
         }
         return S_OK;
@@ -199,11 +287,15 @@ void NativeWebView::RegisterEventHandlers() {
           return S_OK;
         }
         BOOL success = FALSE;
+        UINT64 id = 0;
+        const bool has_id = args != nullptr && SUCCEEDED(args->get_NavigationId(&id));
         if (args != nullptr) {
           args->get_IsSuccess(&success);
         }
         const HWND parent = link->view->parent_;
-        const NavigationCompletedHandler handler = link->view->navigation_completed_handler_;
+        const NavigationCompletedHandler handler =
+            link->view->IsCurrentNavigation(has_id, id) ? link->view->navigation_completed_handler_
+                                                        : nullptr;
         if (handler) {
           handler(success != FALSE);
         }
@@ -219,8 +311,10 @@ void NativeWebView::RegisterEventHandlers() {
     auto loaded = MakeHandler<ICoreWebView2DOMContentLoadedEventHandler, ICoreWebView2*,
                               ICoreWebView2DOMContentLoadedEventArgs*>(
         IID_ICoreWebView2DOMContentLoadedEventHandler,
-        [link](ICoreWebView2*, ICoreWebView2DOMContentLoadedEventArgs*) {
-          if (link->view != nullptr) {
+        [link](ICoreWebView2*, ICoreWebView2DOMContentLoadedEventArgs* args) {
+          UINT64 id = 0;
+          const bool has_id = args != nullptr && SUCCEEDED(args->get_NavigationId(&id));
+          if (link->view != nullptr && link->view->IsCurrentNavigation(has_id, id)) {
             const DomContentLoadedHandler handler = link->view->dom_content_loaded_handler_;
             if (handler) {
               handler();
@@ -242,10 +336,7 @@ void NativeWebView::RegisterEventHandlers() {
         if (args != nullptr) {
           args->get_ProcessFailedKind(&kind);
         }
-        const ProcessFailedHandler handler = link->view->process_failed_handler_;
-        if (handler) {
-          handler(ProcessFailedText(static_cast<int>(kind)));
-        }
+        link->view->OnProcessFailed(static_cast<int>(kind));
         return S_OK;
       });
   webview_->add_ProcessFailed(failed.Get(), &token);
@@ -272,6 +363,60 @@ void NativeWebView::RegisterEventHandlers() {
         return S_OK;
       });
   controller_->add_AcceleratorKeyPressed(keys.Get(), &token);
+}
+
+void NativeWebView::OnNavigationStarting(ICoreWebView2NavigationStartingEventArgs* args) {
+  UINT64 id = 0;
+  if (args == nullptr || FAILED(args->get_NavigationId(&id)) ||
+      navigation_ordinals_.count(id) != 0) {
+    return;  // Unknown, or a redirect of a navigation already seen.
+  }
+  if (navigations_started_ < navigations_issued_) {
+    ++navigations_started_;
+  }
+  navigation_ordinals_[id] = navigations_started_;
+}
+
+bool NativeWebView::IsCurrentNavigation(bool has_id, std::uint64_t id) const {
+  if (!has_id) {
+    return true;
+  }
+  const auto it = navigation_ordinals_.find(id);
+  return it != navigation_ordinals_.end() && it->second == navigations_issued_;
+}
+
+void NativeWebView::NavigationIssued(HRESULT result) {
+  if (FAILED(result)) {
+    return;
+  }
+  ++navigations_issued_;
+  // Navigations before the last one asked for are over for good.
+  for (auto it = navigation_ordinals_.begin(); it != navigation_ordinals_.end();) {
+    it = it->second + 1 < navigations_issued_ ? navigation_ordinals_.erase(it) : std::next(it);
+  }
+}
+
+void NativeWebView::OnProcessFailed(int kind) {
+  if (kind == COREWEBVIEW2_PROCESS_FAILED_KIND_BROWSER_PROCESS_EXITED) {
+    // The browser has closed this view; only a new one shows pages again.
+    browser_exited_ = true;
+    ready_ = false;
+    FailCaptures();
+  }
+  const ProcessFailedHandler handler = process_failed_handler_;
+  if (handler) {
+    handler(ProcessFailedText(kind));
+  }
+}
+
+void NativeWebView::FailCaptures() {
+  std::map<int, CaptureCallback> captures;
+  captures.swap(captures_);
+  for (auto& capture : captures) {
+    if (capture.second) {
+      capture.second(false, {});
+    }
+  }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -321,14 +466,14 @@ void NativeWebView::Navigate(const std::string& url) {
   if (!ready_ || !webview_) {
     return;
   }
-  webview_->Navigate(Utf16(url).c_str());
+  NavigationIssued(webview_->Navigate(Utf16(url).c_str()));
 }
 
 void NativeWebView::NavigateToFile(const std::string& path) { Navigate(FileUrl(path)); }
 
 void NativeWebView::Reload() {
   if (ready_ && webview_) {
-    webview_->Reload();
+    NavigationIssued(webview_->Reload());
   }
 }
 
@@ -363,11 +508,22 @@ bool NativeWebView::CaptureScreenshot(CaptureCallback callback) {
   if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, stream.GetAddressOf()))) {
     return false;
   }
-  // The callback belongs to the caller, not to this object: it is answered even if the view is
-  // destroyed before the browser finishes.
+  // Kept here until answered: the browser drops the handler without calling it when it closes,
+  // and then this object answers instead (FailCaptures).
+  const int serial = next_capture_++;
+  std::shared_ptr<Link> link = link_;
   auto handler = MakeHandler<ICoreWebView2CapturePreviewCompletedHandler, HRESULT>(
-      IID_ICoreWebView2CapturePreviewCompletedHandler,
-      [stream, callback](HRESULT result) {
+      IID_ICoreWebView2CapturePreviewCompletedHandler, [stream, link, serial](HRESULT result) {
+        if (link->view == nullptr) {
+          return S_OK;
+        }
+        auto& captures = link->view->captures_;
+        const auto it = captures.find(serial);
+        if (it == captures.end()) {
+          return S_OK;
+        }
+        const CaptureCallback callback = std::move(it->second);
+        captures.erase(it);
         std::vector<std::uint8_t> png;
         const bool captured = SUCCEEDED(result) && ReadStream(stream.Get(), &png);
         if (callback) {
@@ -375,8 +531,13 @@ bool NativeWebView::CaptureScreenshot(CaptureCallback callback) {
         }
         return S_OK;
       });
-  return SUCCEEDED(webview_->CapturePreview(COREWEBVIEW2_CAPTURE_PREVIEW_IMAGE_FORMAT_PNG,
-                                            stream.Get(), handler.Get()));
+  captures_[serial] = std::move(callback);
+  if (FAILED(webview_->CapturePreview(COREWEBVIEW2_CAPTURE_PREVIEW_IMAGE_FORMAT_PNG, stream.Get(),
+                                      handler.Get()))) {
+    captures_.erase(serial);
+    return false;
+  }
+  return true;
 }
 
 // ---------------------------------------------------------------------------------------------

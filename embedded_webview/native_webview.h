@@ -7,6 +7,11 @@
 // main window. Every call and every callback runs on the thread that owns the parent window,
 // which must be a single-threaded COM apartment that pumps messages. Once the object is
 // destroyed no callback or handler of it runs again, even for browser events still on their way.
+//
+// The navigation handlers hear only the navigation started by the latest Navigate or Reload
+// (matched by the browser's navigation id): events of a superseded navigation that the browser
+// still delivers are dropped. When the browser process exits, the view is dead for good (the
+// browser has closed it): navigation is ignored and a new NativeWebView must be made.
 
 #ifndef KESTRUN_EMBEDDED_WEBVIEW_NATIVE_WEBVIEW_H_
 #define KESTRUN_EMBEDDED_WEBVIEW_NATIVE_WEBVIEW_H_
@@ -16,6 +21,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +34,10 @@ class NativeWebView {
  public:
   // Outcome of Initialize: success, or false with "CreateCoreWebView2EnvironmentWithOptions
   // failed", "Failed to create WebView2 environment" or "Failed to create WebView2 controller".
+  // Success comes once both injected scripts are registered, so that the first document is
+  // already black and inert. When the default user-data folder (beside the program) cannot be
+  // written, creation is tried once more with the per-user folder (kPerUserDataFolder below
+  // %LOCALAPPDATA%).
   using InitCallback = std::function<void(bool success, const std::string& error)>;
   // A browser process failed: "BROWSER (kind=0)", "RENDER (kind=1)",
   // "RENDER_UNRESPONSIVE (kind=2)" or "OTHER (kind=n)".
@@ -43,6 +53,7 @@ class NativeWebView {
   static constexpr UINT kDisableTimerPeriodMs = 100;
   static constexpr int kDisableTimerTicks = 30;
   static constexpr const wchar_t* kDisableTimerProperty = L"DisableTimerCount";
+  static constexpr const wchar_t* kPerUserDataFolder = L"Kestrun\\WebView2";
 
   NativeWebView();
   // Closes the browser. Callbacks and handlers still on their way are dropped.
@@ -67,7 +78,8 @@ class NativeWebView {
   void SetVisible(bool visible);
   void SetZoom(double zoom_factor);
   // Captures the page as PNG. False (and no callback) when the view is not ready or the capture
-  // cannot be started; otherwise the callback reports the outcome later.
+  // cannot be started; otherwise the callback reports the outcome exactly once: later, or as a
+  // failure when the browser exits or this object is destroyed first.
   bool CaptureScreenshot(CaptureCallback callback);
 
   // Handler slots; an empty function clears one.
@@ -76,6 +88,8 @@ class NativeWebView {
   void SetDomContentLoadedHandler(DomContentLoadedHandler handler);
 
   bool ready() const { return ready_; }
+  // The browser process exited: this view shows nothing any more.
+  bool browser_exited() const { return browser_exited_; }
   HWND parent() const { return parent_; }
 
   // "file:///" + path, backslashes turned into forward slashes, no percent-encoding.
@@ -91,10 +105,23 @@ class NativeWebView {
     NativeWebView* view;
   };
 
+  // Asks the loader for an environment in `user_data_folder` (empty: the default one).
+  void CreateEnvironment(const std::wstring& user_data_folder);
+  // Once, when the default folder was refused: the per-user folder. False when already tried.
+  bool RetryWithPerUserFolder(HRESULT result);
   void OnEnvironmentCreated(HRESULT result, webview2::ICoreWebView2Environment* environment);
   void OnControllerCreated(HRESULT result, webview2::ICoreWebView2Controller* controller);
   void Configure();
+  void OnScriptAdded();
   void RegisterEventHandlers();
+  void OnNavigationStarting(webview2::ICoreWebView2NavigationStartingEventArgs* args);
+  // Whether an event of navigation `id` belongs to the latest navigation asked for.
+  bool IsCurrentNavigation(bool has_id, std::uint64_t id) const;
+  void OnProcessFailed(int kind);
+  // Started a navigation (Navigate or Reload answered success).
+  void NavigationIssued(HRESULT result);
+  // Every capture still in flight fails.
+  void FailCaptures();
   // Calls the initialisation callback once; the object may be gone when this returns.
   void FinishInitialize(bool success, const std::string& error);
   void StartDisableTimer();
@@ -106,7 +133,22 @@ class NativeWebView {
   Microsoft::WRL::ComPtr<webview2::ICoreWebView2> webview_;
   bool ready_ = false;
   bool initializing_ = false;
+  bool browser_exited_ = false;
+  bool tried_per_user_folder_ = false;
+  std::string user_data_folder_;  // UTF-8; empty for the default folder
+  int scripts_pending_ = 0;
   InitCallback init_callback_;
+
+  // Navigations asked for (Navigate, Reload) and navigations the browser reported starting, and
+  // the ordinal of each navigation id seen: the n-th start belongs to the n-th navigation asked
+  // for; a start beyond those asked for (the page navigating by itself) belongs to the latest.
+  std::uint64_t navigations_issued_ = 0;
+  std::uint64_t navigations_started_ = 0;
+  std::map<std::uint64_t, std::uint64_t> navigation_ordinals_;
+
+  // Captures in flight, by serial number.
+  std::map<int, CaptureCallback> captures_;
+  int next_capture_ = 1;
 
   ProcessFailedHandler process_failed_handler_;
   NavigationCompletedHandler navigation_completed_handler_;

@@ -138,6 +138,11 @@ void NativeWebViewPlugin::HandleMethodCall(const MethodCall& call, std::unique_p
   }
   const EncodableValue* id_value = Lookup(ArgumentMap(call.arguments()), "id");
   const auto* id = id_value != nullptr ? std::get_if<std::string>(id_value) : nullptr;
+  if (id_value != nullptr && id == nullptr && it->second != &NativeWebViewPlugin::DisposeAll) {
+    // Never taken for "default": that would act on another view.
+    result->Error("INVALID_ARGS", "id must be a string");
+    return;
+  }
   (this->*(it->second))(call.arguments(), id != nullptr ? *id : std::string(kDefaultId),
                         std::move(result));
 }
@@ -162,6 +167,11 @@ NativeWebView* NativeWebViewPlugin::Find(const std::string& id, std::unique_ptr<
   const auto it = views_.find(id);
   if (it == views_.end() || !it->second) {
     result->Error("NOT_INITIALIZED", "WebView not initialized for id: " + id);
+    return nullptr;
+  }
+  if (it->second->browser_exited()) {
+    // The browser closed the view: "initialize" makes a new one.
+    result->Error("NOT_INITIALIZED", "WebView browser process exited for id: " + id);
     return nullptr;
   }
   return it->second.get();

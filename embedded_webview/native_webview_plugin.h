@@ -4,7 +4,10 @@
 // Each call names a view by its optional "id" argument ("default" when absent). A view is in the
 // registry from a successful "initialize" until "dispose" or "disposeAll"; while it is still
 // initialising, another "initialize", "dispose" or "disposeAll" of its id drops it and answers
-// its "initialize" with INIT_FAILED. Every call and reply runs on the platform thread.
+// its "initialize" with INIT_FAILED. A view whose browser process exited answers every call with
+// NOT_INITIALIZED until "initialize" makes a new one; a capture in flight when its view goes is
+// answered CAPTURE_FAILED. An "id" of another kind than string is answered INVALID_ARGS. Every
+// call and reply runs on the platform thread.
 
 #ifndef KESTRUN_EMBEDDED_WEBVIEW_NATIVE_WEBVIEW_PLUGIN_H_
 #define KESTRUN_EMBEDDED_WEBVIEW_NATIVE_WEBVIEW_PLUGIN_H_

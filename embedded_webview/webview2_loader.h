@@ -1,5 +1,6 @@
-// WebView2Loader.dll, loaded by name at run time (on Windows it ships beside the program). A
-// missing library or entry point makes the call fail like any other creation failure.
+// WebView2Loader.dll, loaded at run time from the program's own folder or System32 only (never
+// from the current folder or PATH, where another program could plant one). A missing library or
+// entry point makes the call fail like any other creation failure.
 
 #ifndef KESTRUN_EMBEDDED_WEBVIEW_WEBVIEW2_LOADER_H_
 #define KESTRUN_EMBEDDED_WEBVIEW_WEBVIEW2_LOADER_H_
@@ -12,11 +13,16 @@ namespace native_webview {
 
 inline constexpr wchar_t kWebView2LoaderName[] = L"WebView2Loader.dll";
 
-// CreateCoreWebView2EnvironmentWithOptions of the loader with no browser folder, no user-data
-// folder and no options. Answers the loader's result, or a failure code when the library or its
-// entry point cannot be found (the handler is then never called).
+// CreateCoreWebView2EnvironmentWithOptions of the loader with no browser folder and no options;
+// `user_data_folder` null asks for the browser's default folder. Answers the loader's result, or
+// a failure code when the library or its entry point cannot be found (the handler is then never
+// called).
 HRESULT CreateWebView2Environment(
+    const wchar_t* user_data_folder,
     webview2::ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler);
+
+// Tests name another library file to look for (null: WebView2Loader.dll again).
+void SetWebView2LoaderNameForTesting(const wchar_t* name);
 
 }  // namespace native_webview
 

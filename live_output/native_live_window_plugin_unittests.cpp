@@ -500,6 +500,15 @@ TEST_F(LiveWindowPluginTest, WindowWithoutDirect3DIsDestroyedAndShowFails) {
   ExpectError(Call("loadImageForDisplay", Map({{"displayId", EncodableValue("d1")},
                                                {"path", EncodableValue("a.png")}})),
               "NOT_SHOWING", "Window for display is not showing");
+  const std::size_t logged = live_window_test::LogText().size();
+  const live_window_test::CapturedStdout out;
+  ExpectError(Call("loadWebpageForDisplay", Map({{"displayId", EncodableValue("d1")},
+                                                 {"url", EncodableValue("https://a/")}})),
+              "LOAD_FAILED", "Failed to load webpage");
+  EXPECT_THAT(live_window_test::LogText().substr(logged),
+              ::testing::AllOf(HasSubstr("LoadWebpage called (url=https://a/, gen=0, webview=null"),
+                               HasSubstr("ERROR [WEBVIEW] LoadWebpage failed - no hwnd_")));
+  EXPECT_EQ(out.Text(), "Kestrun Native: ERROR - No window for webpage\n");
 }
 
 // --- Fades ---

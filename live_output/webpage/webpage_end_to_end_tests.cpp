@@ -37,9 +37,9 @@ EncodableValue Map(std::vector<std::pair<const char*, EncodableValue>> entries) 
   return EncodableValue(std::move(map));
 }
 
-// Whether the program's output window has the browser's window shown in it. (Wine draws
-// Direct3D output above child windows, so the page cannot be read off the screen there.)
-bool PageShown(DWORD process_id) {
+// The browser's page window in the program's output window, if any. (Wine draws Direct3D output
+// above child windows, so the page cannot be read off the screen there.)
+HWND PageWindow(DWORD process_id) {
   struct Search {
     DWORD process_id;
     HWND live;
@@ -57,10 +57,21 @@ bool PageShown(DWORD process_id) {
         return TRUE;
       },
       reinterpret_cast<LPARAM>(&search));
-  HWND page = search.live != nullptr
-                  ? FindWindowExW(search.live, nullptr, L"KestrunWebView2StandinPage", nullptr)
-                  : nullptr;
+  return search.live != nullptr
+             ? FindWindowExW(search.live, nullptr, L"KestrunWebView2StandinPage", nullptr)
+             : nullptr;
+}
+
+bool PageShown(DWORD process_id) {
+  const HWND page = PageWindow(process_id);
   return page != nullptr && IsWindowVisible(page);
+}
+
+// The URL the page window shows.
+std::wstring PageUrl(DWORD process_id) {
+  wchar_t text[256] = {};
+  GetWindowTextW(FindWindowExW(PageWindow(process_id), nullptr, nullptr, nullptr), text, 256);
+  return text;
 }
 
 class WebpageProgramTest : public ::testing::Test {
@@ -130,6 +141,7 @@ TEST_F(WebpageProgramTest, OutputWindowShowsThePageOnceLoadedAndBlackAfterStop) 
     shown = PageShown(session_->process_id());
   }
   EXPECT_TRUE(shown);
+  EXPECT_EQ(PageUrl(session_->process_id()), L"https://example.org/show");
   EXPECT_EQ(Call(kLive, "reloadWebpageForDisplay", id), "success");
   EXPECT_EQ(Call(kLive, "blankForDisplay", id), "success");
   EXPECT_FALSE(PageShown(session_->process_id()));
@@ -137,6 +149,13 @@ TEST_F(WebpageProgramTest, OutputWindowShowsThePageOnceLoadedAndBlackAfterStop) 
   EXPECT_TRUE(PageShown(session_->process_id()));
   EXPECT_EQ(Call(kLive, "stopWebpageForDisplay", id), "success");
   EXPECT_FALSE(PageShown(session_->process_id()));
+  // A local file is navigated as a file URL.
+  EXPECT_EQ(Call(kLive, "loadWebpageForDisplay",
+                 Map({{"displayId", EncodableValue("web")},
+                      {"url", EncodableValue("C:\\media\\page.html")},
+                      {"isLocalFile", EncodableValue(true)}})),
+            "success");
+  EXPECT_EQ(PageUrl(session_->process_id()), L"file:///C:/media/page.html");
   EXPECT_EQ(Call(kLive, "closeAll"), "success");
 }
 

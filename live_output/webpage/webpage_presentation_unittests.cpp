@@ -1,6 +1,6 @@
 // Webpages on a real live window against the WebView2 stand-in: which load is revealed and when,
-// stops and stale events, blanking, duplicates, initialisation races and failures, process
-// failures in the log, and many quick loads and stops.
+// the browser's placement, stops and stale events, blanking and fades, duplicates, initialisation
+// races and failures, process failures and a browser that exited, and many quick loads and stops.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <webview2_standin.h>
@@ -22,11 +22,8 @@ using live_window_test::LogText;
 using live_window_test::ProcessHandleCount;
 using live_window_test::ProcessSettlesTo;
 using live_window_test::ProcessThreadCount;
-using live_window_test::PumpUntil;
 
-bool PumpEvents() {
-  return PumpUntil([] { return WebView2Standin_PendingEvents() == 0; }, nullptr);
-}
+bool PumpEvents() { return WebView2Standin_DeliverPending() != FALSE; }
 
 WebView2StandinView ViewState() {
   WebView2StandinView state{};
@@ -79,18 +76,47 @@ class WebpagePresentationTest : public ::testing::Test {
 
 TEST_F(WebpagePresentationTest, PageIsRevealedOnlyOnceItsContentHasLoaded) {
   WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+  const LogSince log;
   ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-  EXPECT_TRUE(page().webview_ready());
   EXPECT_EQ(window_->content_mode(), kContentWebpage);
+  // Unblanking while the page still loads leaves it hidden; loaded while blanked, it stays hidden
+  // until unblanked.
+  window_->Blank();
+  window_->Unblank();
   EXPECT_FALSE(PageVisible());
+  window_->Blank();
   WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
   ASSERT_TRUE(PumpEvents());
+  EXPECT_FALSE(PageVisible());
+  window_->Unblank();
   EXPECT_TRUE(PageVisible());
   EXPECT_EQ(PageUrl(), L"https://a.example/");
-  // The browser covers the window's client area.
-  const RECT bounds = ViewState().bounds;
-  EXPECT_EQ(bounds.right - bounds.left, 320);
-  EXPECT_EQ(bounds.bottom - bounds.top, 240);
+  // The reload's own content reveals it again.
+  EXPECT_TRUE(window_->ReloadWebpage());
+  WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
+  ASSERT_TRUE(PumpEvents());
+  for (const char* line :
+       {"LoadWebpage called (url=https://a.example/, gen=0, webview=null, ready=0, pending=0)",
+        "NavigationCompleted (gen=1, success=1)", "DOMContentLoaded showing webview (gen=1)",
+        "ReloadWebpage (url=https://a.example/)"}) {
+    EXPECT_GE(log.Count(line), 1u) << line;
+  }
+  // The browser covers the client area, and follows a resize and a DPI change. (Blanked first:
+  // under Wine, moving a shown child of a Direct3D window during its resize never returns.)
+  window_->Blank();
+  EXPECT_FALSE(PageVisible());
+  const HWND hwnd = window_->GetHwnd();
+  for (const SIZE size : {SIZE{320, 240}, SIZE{400, 300}, SIZE{480, 360}}) {
+    if (size.cx == 400) {
+      SetWindowPos(hwnd, nullptr, 0, 0, 400, 300, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    } else if (size.cx == 480) {
+      RECT suggested{60, 60, 540, 420};
+      SendMessageW(hwnd, WM_DPICHANGED, MAKEWPARAM(144, 144), reinterpret_cast<LPARAM>(&suggested));
+    }
+    const RECT bounds = ViewState().bounds;
+    EXPECT_EQ(std::vector<LONG>({bounds.left, bounds.top, bounds.right, bounds.bottom}),
+              std::vector<LONG>({0, 0, size.cx, size.cy}));
+  }
 }
 
 TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
@@ -115,7 +141,10 @@ TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
       ASSERT_TRUE(window_->LoadWebpage("https://b.example/", false));
     }
     ASSERT_TRUE(PumpEvents());
-    EXPECT_EQ(log.Count("DOMContentLoaded showing webview (gen=" + std::to_string(a) + ")"), 0u);
+    // A's late events neither reveal B nor count for it.
+    EXPECT_EQ(log.Count("DOMContentLoaded showing webview"), 0u);
+    EXPECT_EQ(log.Count("NavigationCompleted (gen=" + std::to_string(a + 1) + ", success=1)"),
+              c.stop_instead_of_b ? 0u : 1u);
     EXPECT_FALSE(PageVisible());
     if (c.stop_instead_of_b) {
       EXPECT_EQ(window_->content_mode(), kContentNone);
@@ -125,22 +154,28 @@ TEST_F(WebpagePresentationTest, LaterLoadsAndStopsMakeEarlierEventsStale) {
       ASSERT_TRUE(PumpEvents());
       EXPECT_TRUE(PageVisible());
       EXPECT_EQ(PageUrl(), L"https://b.example/");
-      EXPECT_EQ(page().revealed_generation(), a + 1);
     }
   }
 }
 
-TEST_F(WebpagePresentationTest, BlankedLoadStaysHiddenUntilUnblank) {
-  window_->Blank();
-  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-  EXPECT_EQ(page().revealed_generation(), page().load_generation());
-  EXPECT_FALSE(PageVisible());
-  window_->Unblank();
-  EXPECT_TRUE(PageVisible());
-  window_->Blank();
-  EXPECT_FALSE(PageVisible());
-  window_->Unblank();
-  EXPECT_TRUE(PageVisible());
+TEST_F(WebpagePresentationTest, PageMadeAfterAFadeToBlackStaysUnderTheBlack) {
+  WebView2Standin_SetAutomaticEvents(TRUE, FALSE);
+  window_->FadeToBlack(0, [] {});
+  // The window's topmost child stays the black overlay, above the browser made and then shown.
+  for (bool shown : {false, true}) {
+    if (shown) {
+      WebView2Standin_FireDomContentLoaded(WebView2Standin_LastView());
+      ASSERT_TRUE(PumpEvents());
+    } else {
+      ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+    }
+    const HWND top = GetWindow(window_->GetHwnd(), GW_CHILD);
+    wchar_t name[64] = {};
+    GetClassNameW(top, name, 64);
+    EXPECT_STREQ(name, L"KestrunFadeOverlay") << shown;
+    EXPECT_EQ(GetWindow(top, GW_HWNDNEXT), ViewState().host) << shown;
+    EXPECT_EQ(PageVisible(), shown);
+  }
 }
 
 TEST_F(WebpagePresentationTest, SameUrlWhilePendingOrShownIsSkipped) {
@@ -187,7 +222,7 @@ TEST_F(WebpagePresentationTest, FailedInitialisationIsReportedAndTheNextLoadTrie
   EXPECT_TRUE(PageVisible());
 }
 
-TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
+TEST_F(WebpagePresentationTest, ProcessFailuresAreLoggedAndAnExitedBrowserIsMadeAgain) {
   ASSERT_TRUE(LoadAndSettle("https://a.example/"));
   const LogSince log;
   WebView2Standin_FailProcess(WebView2Standin_LastView(), 1);
@@ -199,25 +234,31 @@ TEST_F(WebpagePresentationTest, RenderProcessCrashIsLoggedAndNothingElse) {
   // Reload is the interface's to ask for.
   EXPECT_TRUE(window_->ReloadWebpage());
   EXPECT_EQ(ViewState().reloads, 1);
+  // After the browser process exits, the next reload or load shows the page in a new browser.
+  for (const char* next : {"reload", "https://b.example/"}) {
+    const int exited = WebView2Standin_LastView();
+    WebView2Standin_FailProcess(exited, 0);
+    ASSERT_TRUE(PumpEvents());
+    EXPECT_TRUE(next[0] == 'r' ? window_->ReloadWebpage() : window_->LoadWebpage(next, false));
+    ASSERT_TRUE(PumpEvents());
+    EXPECT_EQ(WebView2Standin_LastView(), exited + 1) << next;
+    EXPECT_EQ(PageUrl(), next[0] == 'r' ? L"https://a.example/" : L"https://b.example/");
+    EXPECT_TRUE(PageVisible()) << next;
+  }
+  EXPECT_EQ(log.Count("ProcessFailed: BROWSER (kind=0) (url=https://a.example/"), 2u);
 }
 
 TEST_F(WebpagePresentationTest, ImageEndsThePageAndCloseSilencesTheBrowser) {
   const std::vector<std::uint8_t> pixels(4 * 4 * 4, 0xFF);
-  {
-    // An image ends a page even in a window that has never had one: the stop counts a
-    // generation, so the first load is the second generation.
-    const LogSince log;
-    ASSERT_TRUE(window_->ShowImageFromPixels(pixels, 4, 4, 0));
-    ASSERT_TRUE(LoadAndSettle("https://a.example/"));
-    EXPECT_EQ(log.Count("StopWebpage complete, new generation=1"), 1u);
-    EXPECT_EQ(log.Count("LoadWebpage started navigation (gen=2, url=https://a.example/)"), 1u);
-  }
+  // An image ends a page even in a window that has never had one: the stop counts a generation.
+  const LogSince log;
+  ASSERT_TRUE(window_->ShowImageFromPixels(pixels, 4, 4, 0));
+  ASSERT_TRUE(LoadAndSettle("https://a.example/"));
+  EXPECT_EQ(log.Count("StopWebpage complete, new generation=1"), 1u);
+  EXPECT_EQ(log.Count("LoadWebpage started navigation (gen=2, url=https://a.example/)"), 1u);
   ASSERT_TRUE(window_->ShowImageFromPixels(pixels, 4, 4, 0));
   EXPECT_EQ(window_->content_mode(), kContentImage);
   EXPECT_FALSE(PageVisible());
-  ASSERT_TRUE(LoadAndSettle("https://b.example/"));
-  EXPECT_TRUE(PageVisible());
-  const LogSince log;
   const int view = WebView2Standin_LastView();
   window_->Close();
   WebView2Standin_FailProcess(view, 0);

@@ -43,8 +43,9 @@ bool WebpagePresenter::Load(const std::string& url, bool is_local_file) {
       log.Error("WEBVIEW", "LoadWebpage failed - no hwnd_");
       return false;
     }
-    if (webview_ && webview_->parent() != window) {
-      // A browser made for an earlier window of this object went with that window.
+    if (webview_ && (webview_->parent() != window || webview_->browser_exited())) {
+      // A browser made for an earlier window of this object went with that window; one whose
+      // process exited shows nothing any more. Either way the load makes a new one.
       webview_.reset();
       webview_ready_ = false;
     }
@@ -58,14 +59,11 @@ bool WebpagePresenter::Load(const std::string& url, bool is_local_file) {
 
   std::lock_guard<RecursiveLock> lock(webview_mutex_);
   current_url_ = url;
+  current_is_local_file_ = is_local_file;
   const std::uint32_t generation = ++load_generation_;
   load_pending_ = true;
   if (!webview_) {
-    webview_ = std::make_unique<native_webview::NativeWebView>();
-    webview_->Initialize(window, [this, url, is_local_file, generation](bool success,
-                                                                       const std::string& error) {
-      OnInitialized(url, is_local_file, generation, success, error);
-    });
+    CreateBrowser(window, url, is_local_file, generation);
   } else if (webview_ready_) {
     webview_->SetVisible(false);
     ClearLoadHandlers();
@@ -80,26 +78,46 @@ bool WebpagePresenter::Load(const std::string& url, bool is_local_file) {
   return true;
 }
 
+void WebpagePresenter::CreateBrowser(HWND window, const std::string& url, bool is_local_file,
+                                     std::uint32_t generation) {
+  webview_ = std::make_unique<native_webview::NativeWebView>();
+  webview_->Initialize(window, [this, url, is_local_file, generation](bool success,
+                                                                     const std::string& error) {
+    OnInitialized(url, is_local_file, generation, success, error);
+  });
+}
+
+void WebpagePresenter::KeepFadeOnTop() {
+  if (host_.keep_fade_on_top) {
+    host_.keep_fade_on_top();
+  }
+}
+
 void WebpagePresenter::OnInitialized(const std::string& url, bool is_local_file,
                                      std::uint32_t generation, bool success,
                                      const std::string& error) {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (load_generation_ != generation) {
-    return;
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (load_generation_ != generation) {
+      return;
+    }
+    if (!success) {
+      std::printf("Kestrun Native: ERROR - WebView init failed: %s\n", error.c_str());
+      std::fflush(stdout);
+      load_pending_ = false;
+      current_url_.clear();
+      // Destroyed from inside its own callback: NativeWebView touches nothing after calling it.
+      webview_.reset();
+      return;
+    }
+    webview_ready_ = true;
+    webview_->SetProcessFailedHandler(
+        [this](const std::string& failure) { OnProcessFailed(failure); });
+    StartNavigation(url, is_local_file, generation);
   }
-  if (!success) {
-    std::printf("Kestrun Native: ERROR - WebView init failed: %s\n", error.c_str());
-    std::fflush(stdout);
-    load_pending_ = false;
-    current_url_.clear();
-    // Destroyed from inside its own callback: NativeWebView touches nothing after calling it.
-    webview_.reset();
-    return;
-  }
-  webview_ready_ = true;
-  webview_->SetProcessFailedHandler(
-      [this](const std::string& failure) { OnProcessFailed(failure); });
-  StartNavigation(url, is_local_file, generation);
+  // The browser's windows were made above everything in the window, a black overlay included.
+  // (The fade lock is never taken under the web view lock.)
+  KeepFadeOnTop();
 }
 
 void WebpagePresenter::StartNavigation(const std::string& url, bool is_local_file,
@@ -155,12 +173,16 @@ void WebpagePresenter::OnDomContentLoaded(std::uint32_t generation) {
   revealed_generation_ = generation;
   // The blank flag is read before the web view lock is taken.
   const bool blanked = host_.blanked();
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (webview_ && !blanked && content_mode_.load() == kContentWebpage) {
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (!webview_ || blanked || content_mode_.load() != kContentWebpage) {
+      return;
+    }
     webview_->SetVisible(true);
     Logger::Instance().Info("WEBVIEW", "DOMContentLoaded showing webview (gen=%u)",
                             static_cast<unsigned>(generation));
   }
+  KeepFadeOnTop();
 }
 
 bool WebpagePresenter::Reload() {
@@ -168,7 +190,15 @@ bool WebpagePresenter::Reload() {
   if (!webview_ || content_mode_.load() != kContentWebpage) {
     return false;
   }
-  webview_->Reload();
+  const HWND window = host_.window();
+  if (webview_->browser_exited() && window != nullptr) {
+    // The old browser is gone: a new one loads the page again, hidden until its content loads.
+    webview_ready_ = false;
+    load_pending_ = true;
+    CreateBrowser(window, current_url_, current_is_local_file_, load_generation_);
+  } else {
+    webview_->Reload();
+  }
   Logger::Instance().Info("WEBVIEW", "ReloadWebpage (url=%s)", current_url_.c_str());
   return true;
 }
@@ -203,11 +233,15 @@ void WebpagePresenter::Hide() {
 }
 
 void WebpagePresenter::RevealIfLoaded() {
-  std::lock_guard<RecursiveLock> lock(webview_mutex_);
-  if (webview_ && content_mode_.load() == kContentWebpage && !load_pending_ &&
-      revealed_generation_ == load_generation_) {
+  {
+    std::lock_guard<RecursiveLock> lock(webview_mutex_);
+    if (!webview_ || content_mode_.load() != kContentWebpage || load_pending_ ||
+        revealed_generation_ != load_generation_) {
+      return;
+    }
     webview_->SetVisible(true);
   }
+  KeepFadeOnTop();
 }
 
 void WebpagePresenter::WindowClosing() {

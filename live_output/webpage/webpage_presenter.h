@@ -5,7 +5,8 @@
 // asynchronously, so every load and every stop starts a new generation, and every browser
 // callback carries the generation it was made for and does nothing once that is stale. A page
 // stays hidden until its DOM content has loaded (the render loop keeps the window black beneath
-// it), and stays hidden while the window is blanked.
+// it), and stays hidden while the window is blanked. A browser whose process exited is replaced
+// by a new one on the next load or reload.
 //
 // Everything runs on the platform thread. The state is guarded by the window's web view lock,
 // which is never held while another lock of the window is taken.
@@ -36,6 +37,8 @@ class WebpagePresenter {
     std::function<void()> clear_image;
     // Whether the window is blanked.
     std::function<bool()> blanked;
+    // Puts the fade overlay back above the browser's windows (made or shown after a fade).
+    std::function<void()> keep_fade_on_top;
   };
 
   // `content_mode` is the window's content mode (3 while a webpage is shown).
@@ -48,7 +51,8 @@ class WebpagePresenter {
   // Starts showing `url` (UTF-8; a file-system path when is_local_file). False only when the
   // window does not exist; browser failures are reported later on standard output.
   bool Load(const std::string& url, bool is_local_file);
-  // Reloads the page shown; false when no page is shown.
+  // Reloads the page shown (in a new browser when the old one's process exited); false when no
+  // page is shown.
   bool Reload();
   // Hides the page and makes every callback of its load stale. The browser is kept.
   void Stop();
@@ -70,6 +74,10 @@ class WebpagePresenter {
   const std::string& current_url() const { return current_url_; }
 
  private:
+  // A new browser on `window`, loading `url` for `generation` once ready.
+  void CreateBrowser(HWND window, const std::string& url, bool is_local_file,
+                     std::uint32_t generation);
+  void KeepFadeOnTop();
   void OnInitialized(const std::string& url, bool is_local_file, std::uint32_t generation,
                      bool success, const std::string& error);
   void OnProcessFailed(const std::string& failure);
@@ -90,6 +98,7 @@ class WebpagePresenter {
   std::unique_ptr<native_webview::NativeWebView> webview_;
   bool webview_ready_ = false;
   std::string current_url_;
+  bool current_is_local_file_ = false;
   bool load_pending_ = false;
   std::uint32_t load_generation_ = 0;
   std::uint32_t revealed_generation_ = 0;

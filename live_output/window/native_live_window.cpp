@@ -69,7 +69,8 @@ NativeLiveWindow::NativeLiveWindow(std::shared_ptr<const LiveWindowClock> clock)
     : clock_(clock ? std::move(clock) : LiveWindowClock::System()),
       webpage_(content_mode_, WebpagePresenter::Host{[this] { return hwnd_; },
                                                        [this] { ClearContent(); },
-                                                       [this] { return fade_.blanked(); }}),
+                                                       [this] { return fade_.blanked(); },
+                                                       [this] { KeepFadeOverlayOnTop(); }}),
       fade_(clock_) {}
 
 NativeLiveWindow::~NativeLiveWindow() {
@@ -413,6 +414,13 @@ bool NativeLiveWindow::LoadWebpage(const std::string& url, bool is_local_file) {
 bool NativeLiveWindow::ReloadWebpage() { return webpage_.Reload(); }
 
 void NativeLiveWindow::StopWebpage() { webpage_.Stop(); }
+
+void NativeLiveWindow::KeepFadeOverlayOnTop() {
+  const HWND overlay = fade_.overlay_window();
+  if (overlay != nullptr) {
+    SetWindowPos(overlay, HWND_TOP, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE | SWP_NOACTIVATE);
+  }
+}
 
 // ---------------------------------------------------------------------------------------------
 // Fades and blanking

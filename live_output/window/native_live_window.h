@@ -196,6 +196,9 @@ class NativeLiveWindow {
  private:
   struct LoopState;
 
+  // The fade overlay above a browser made or shown after a fade began.
+  void KeepFadeOverlayOnTop();
+
   static LRESULT CALLBACK WindowProc(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam);
   // `window` is null for messages that arrive before creation or after close.
   static LRESULT HandleMessage(NativeLiveWindow* window, HWND hwnd, UINT message, WPARAM wparam,

@@ -30,6 +30,10 @@ constexpr wchar_t kPageClass[] = L"KestrunWebView2StandinPage";
 
 std::atomic<int> g_live_objects{0};
 std::atomic<std::int64_t> g_next_token{1};
+// What the real browser answers for any call on a closed view.
+const HRESULT kClosed = HRESULT_FROM_WIN32(ERROR_INVALID_STATE);
+constexpr UINT kAllStrict = WEBVIEW2_STANDIN_LATE_EVENTS | WEBVIEW2_STANDIN_CLOSE_DROPS_PENDING |
+                            WEBVIEW2_STANDIN_ASYNC_SCRIPTS;
 
 // ---- Scripted behaviour ---------------------------------------------------------------------
 
@@ -41,8 +45,23 @@ struct Script {
   bool auto_dom_loaded = true;
   HRESULT capture_result = E_FAIL;
   std::vector<BYTE> capture;
+  UINT strict = kAllStrict;
+  std::wstring denied_folder;
 };
 Script g_script;
+std::wstring g_last_user_data_folder;
+
+bool Strict(UINT behaviour) { return (g_script.strict & behaviour) != 0; }
+
+// Text into a caller's buffer; answers its length.
+UINT CopyText(const std::wstring& text, wchar_t* buffer, UINT size) {
+  if (buffer != nullptr && size > 0) {
+    const std::size_t length = text.size() < size - 1 ? text.size() : size - 1;
+    std::memcpy(buffer, text.c_str(), length * sizeof(wchar_t));
+    buffer[length] = L'\0';
+  }
+  return static_cast<UINT>(text.size());
+}
 
 // ---- Delivery through the message loop ------------------------------------------------------
 
@@ -159,11 +178,16 @@ struct View {
   double zoom = 1.0;
   COREWEBVIEW2_COLOR background{255, 255, 255, 255};
   BOOL settings[5] = {TRUE, TRUE, TRUE, TRUE, TRUE};
-  int scripts = 0;
+  int scripts_added = 0;
+  // Scripts whose addition has completed, and those that ran on the current document.
+  std::vector<std::wstring> scripts;
+  std::vector<std::wstring> document_scripts;
   int navigations = 0;
   int reloads = 0;
   std::wstring url;
   std::uint64_t navigation_id = 0;
+  // Completion handlers of captures in flight; Close empties them.
+  std::vector<std::shared_ptr<ComPtr<ICoreWebView2CapturePreviewCompletedHandler>>> captures;
 
   HandlerMap<ICoreWebView2NavigationStartingEventHandler> starting;
   HandlerMap<ICoreWebView2NavigationCompletedEventHandler> completed;
@@ -195,6 +219,12 @@ struct View {
     got_focus.clear();
     lost_focus.clear();
     accelerators.clear();
+    if (Strict(WEBVIEW2_STANDIN_CLOSE_DROPS_PENDING)) {
+      for (const auto& capture : captures) {
+        capture->Reset();
+      }
+    }
+    captures.clear();
     if (host != nullptr) {
       DestroyWindow(host);
     }
@@ -234,7 +264,7 @@ HRESULT AddHandler(View& view, HandlerMap<Handler>& handlers, Handler* handler,
     return E_INVALIDARG;
   }
   if (view.closed) {
-    return E_FAIL;
+    return kClosed;
   }
   token->value = g_next_token++;
   handlers[token->value] = handler;
@@ -416,31 +446,33 @@ class AcceleratorArgs final : public ICoreWebView2AcceleratorKeyPressedEventArgs
 
 // ---- Events of a view -----------------------------------------------------------------------
 
-void RaiseCompleted(View& view, bool success) {
+void RaiseCompleted(View& view, bool success, std::uint64_t id) {
   ComPtr<CompletedArgs> args;
-  args = new CompletedArgs(success, view.navigation_id);
+  args = new CompletedArgs(success, id);
   ForEachHandler(view.completed, [&](ICoreWebView2NavigationCompletedEventHandler* handler) {
     handler->Invoke(view.webview, args.Get());
   });
 }
 
-void RaiseDomLoaded(View& view) {
+void RaiseDomLoaded(View& view, std::uint64_t id) {
   ComPtr<DomLoadedArgs> args;
-  args = new DomLoadedArgs(view.navigation_id);
+  args = new DomLoadedArgs(id);
   ForEachHandler(view.dom_loaded, [&](ICoreWebView2DOMContentLoadedEventHandler* handler) {
     handler->Invoke(view.webview, args.Get());
   });
 }
 
-// Posts an event of the view's current navigation; it is dropped if the view closes or another
-// navigation starts before it is delivered.
-void PostNavigationEvent(const std::shared_ptr<View>& shared, std::function<void(View&)> raise) {
+// Posts an event of the view's current navigation, carrying that navigation's id. It is dropped
+// if the view closes first; a later navigation drops it only when late events are not strict.
+void PostNavigationEvent(const std::shared_ptr<View>& shared,
+                         std::function<void(View&, std::uint64_t)> raise) {
   std::weak_ptr<View> weak = shared;
   const std::uint64_t id = shared->navigation_id;
   Post([weak, id, raise] {
     std::shared_ptr<View> view = weak.lock();
-    if (view && !view->closed && view->navigation_id == id) {
-      raise(*view);
+    if (view && !view->closed &&
+        (view->navigation_id == id || Strict(WEBVIEW2_STANDIN_LATE_EVENTS))) {
+      raise(*view, id);
     }
   });
 }
@@ -449,11 +481,14 @@ void StartNavigation(const std::shared_ptr<View>& view, const std::wstring& uri)
   view->url = uri;
   ++view->navigations;
   ++view->navigation_id;
+  // The new document runs the scripts registered by now.
+  view->document_scripts = view->scripts;
   if (view->page != nullptr) {
+    // Also readable from another process, as the page window's text.
+    SetWindowTextW(view->page, uri.c_str());
     InvalidateRect(view->page, nullptr, FALSE);
   }
-  const std::uint64_t id = view->navigation_id;
-  PostNavigationEvent(view, [uri, id](View& v) {
+  PostNavigationEvent(view, [uri](View& v, std::uint64_t id) {
     ComPtr<StartingArgs> args;
     args = new StartingArgs(uri, id);
     ForEachHandler(v.starting, [&](ICoreWebView2NavigationStartingEventHandler* handler) {
@@ -461,10 +496,10 @@ void StartNavigation(const std::shared_ptr<View>& view, const std::wstring& uri)
     });
   });
   if (g_script.auto_dom_loaded) {
-    PostNavigationEvent(view, [](View& v) { RaiseDomLoaded(v); });
+    PostNavigationEvent(view, [](View& v, std::uint64_t id) { RaiseDomLoaded(v, id); });
   }
   if (g_script.auto_completed) {
-    PostNavigationEvent(view, [](View& v) { RaiseCompleted(v, true); });
+    PostNavigationEvent(view, [](View& v, std::uint64_t id) { RaiseCompleted(v, true, id); });
   }
 }
 
@@ -522,6 +557,9 @@ class WebView final : public ICoreWebView2_2, Counted {
                   {&IID_ICoreWebView2, &IID_ICoreWebView2_2});
   }
   HRESULT STDMETHODCALLTYPE get_Settings(ICoreWebView2Settings** settings) override {
+    if (view_->closed) {
+      return kClosed;
+    }
     *settings = new Settings(view_);
     (*settings)->AddRef();
     return S_OK;
@@ -533,8 +571,11 @@ class WebView final : public ICoreWebView2_2, Counted {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Navigate(LPCWSTR uri) override {
-    if (view_->closed || uri == nullptr) {
-      return E_FAIL;
+    if (view_->closed) {
+      return kClosed;
+    }
+    if (uri == nullptr) {
+      return E_INVALIDARG;
     }
     StartNavigation(view_, uri);
     return S_OK;
@@ -578,13 +619,31 @@ class WebView final : public ICoreWebView2_2, Counted {
   HRESULT STDMETHODCALLTYPE AddScriptToExecuteOnDocumentCreated(
       LPCWSTR script, ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler* handler)
       override {
+    if (view_->closed) {
+      return kClosed;
+    }
     if (script == nullptr) {
       return E_INVALIDARG;
     }
-    const int id = ++view_->scripts;
+    const std::wstring id = std::to_wstring(++view_->scripts_added);
     ComPtr<ICoreWebView2AddScriptToExecuteOnDocumentCreatedCompletedHandler> held(handler);
-    if (held) {
-      Post([held, id] { held->Invoke(S_OK, std::to_wstring(id).c_str()); });
+    std::weak_ptr<View> weak = view_;
+    // Registered once its completion runs: documents of navigations started before then do not
+    // run it.
+    auto complete = [weak, held, id, text = std::wstring(script)] {
+      std::shared_ptr<View> view = weak.lock();
+      if (!view || view->closed) {
+        return;
+      }
+      view->scripts.push_back(text);
+      if (held) {
+        held->Invoke(S_OK, id.c_str());
+      }
+    };
+    if (Strict(WEBVIEW2_STANDIN_ASYNC_SCRIPTS)) {
+      Post(complete);
+    } else {
+      complete();
     }
     return S_OK;
   }
@@ -594,30 +653,44 @@ class WebView final : public ICoreWebView2_2, Counted {
                                            IStream* stream,
                                            ICoreWebView2CapturePreviewCompletedHandler* handler)
       override {
-    if (stream == nullptr || handler == nullptr || view_->closed) {
+    if (view_->closed) {
+      return kClosed;
+    }
+    if (stream == nullptr || handler == nullptr) {
       return E_INVALIDARG;
     }
     ComPtr<IStream> held_stream(stream);
-    ComPtr<ICoreWebView2CapturePreviewCompletedHandler> held(handler);
+    auto held = std::make_shared<ComPtr<ICoreWebView2CapturePreviewCompletedHandler>>(handler);
+    view_->captures.push_back(held);
     std::weak_ptr<View> weak = view_;
     const HRESULT result = view_->navigations == 0 ? E_FAIL : g_script.capture_result;
     const std::vector<BYTE> bytes = g_script.capture;
     Post([weak, held_stream, held, result, bytes] {
       std::shared_ptr<View> view = weak.lock();
-      if (!view || view->closed) {
+      ComPtr<ICoreWebView2CapturePreviewCompletedHandler> handler = std::move(*held);
+      if (view) {
+        auto& captures = view->captures;
+        for (auto it = captures.begin(); it != captures.end(); ++it) {
+          if (*it == held) {
+            captures.erase(it);
+            break;
+          }
+        }
+      }
+      if (!view || view->closed || !handler) {
         return;
       }
       if (SUCCEEDED(result) && !bytes.empty()) {
         ULONG written = 0;
         held_stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
       }
-      held->Invoke(result);
+      handler->Invoke(result);
     });
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Reload() override {
     if (view_->closed) {
-      return E_FAIL;
+      return kClosed;
     }
     ++view_->reloads;
     StartNavigation(view_, view_->url);
@@ -689,18 +762,33 @@ class Controller final : public ICoreWebView2Controller2, Counted {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE put_IsVisible(BOOL visible) override {
+    if (view_->closed) {
+      return kClosed;
+    }
+    const bool shown = visible != FALSE && !view_->visible;
     view_->visible = visible != FALSE;
     PlaceWindows(*view_);
+    if (shown) {
+      // Where the browser's window lands among its siblings when shown is not documented: it is
+      // raised to the top, the harsher case for anything meant to stay above it.
+      SetWindowPos(view_->host, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    }
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE get_Bounds(RECT* bounds) override { *bounds = view_->bounds; return S_OK; }
   HRESULT STDMETHODCALLTYPE put_Bounds(RECT bounds) override {
+    if (view_->closed) {
+      return kClosed;
+    }
     view_->bounds = bounds;
     PlaceWindows(*view_);
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE get_ZoomFactor(double* zoom) override { *zoom = view_->zoom; return S_OK; }
   HRESULT STDMETHODCALLTYPE put_ZoomFactor(double zoom) override {
+    if (view_->closed) {
+      return kClosed;
+    }
     view_->zoom = zoom;
     return S_OK;
   }
@@ -743,7 +831,7 @@ class Controller final : public ICoreWebView2Controller2, Counted {
   }
   HRESULT STDMETHODCALLTYPE get_CoreWebView2(ICoreWebView2** webview) override {
     if (view_->closed) {
-      return E_FAIL;
+      return kClosed;
     }
     *webview = webview_.Get();
     webview_->AddRef();
@@ -754,6 +842,9 @@ class Controller final : public ICoreWebView2Controller2, Counted {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE put_DefaultBackgroundColor(COREWEBVIEW2_COLOR color) override {
+    if (view_->closed) {
+      return kClosed;
+    }
     if (color.A != 0 && color.A != 255) {
       return E_INVALIDARG;
     }
@@ -828,15 +919,42 @@ class Environment final : public ICoreWebView2Environment, Counted {
 
 // ---- The loader's exports -------------------------------------------------------------------
 
+namespace {
+
+// The folder a creation uses: the one given, or "<program>.WebView2" beside the executable.
+std::wstring UserDataFolder(PCWSTR folder) {
+  if (folder != nullptr && *folder != L'\0') {
+    return folder;
+  }
+  wchar_t program[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, program, MAX_PATH);
+  return std::wstring(program) + L".WebView2";
+}
+
+bool FolderDenied(const std::wstring& folder) {
+  const std::wstring& denied = g_script.denied_folder;
+  return !denied.empty() && folder.size() >= denied.size() &&
+         _wcsnicmp(folder.c_str(), denied.c_str(), denied.size()) == 0;
+}
+
+}  // namespace
+
 extern "C" __declspec(dllexport) HRESULT STDAPICALLTYPE CreateCoreWebView2EnvironmentWithOptions(
-    PCWSTR /*browser_folder*/, PCWSTR /*user_data_folder*/,
+    PCWSTR /*browser_folder*/, PCWSTR user_data_folder,
     ICoreWebView2EnvironmentOptions* /*options*/,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
   if (handler == nullptr) {
     return E_POINTER;
   }
+  g_last_user_data_folder = user_data_folder != nullptr ? user_data_folder : L"";
+  const bool denied = FolderDenied(UserDataFolder(user_data_folder));
   ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> held(handler);
-  PostCreation([held] {
+  PostCreation([held, denied] {
+    if (denied) {
+      // The browser cannot create its user-data folder there.
+      held->Invoke(E_ACCESSDENIED, nullptr);
+      return;
+    }
     if (FAILED(g_script.environment_result)) {
       held->Invoke(g_script.environment_result, nullptr);
       return;
@@ -867,6 +985,26 @@ GetAvailableCoreWebView2BrowserVersionString(PCWSTR /*browser_folder*/, LPWSTR* 
 // ---- Test control ---------------------------------------------------------------------------
 
 void WebView2Standin_Reset() { g_script = Script(); }
+
+void WebView2Standin_SetStrict(UINT behaviours) { g_script.strict = behaviours; }
+
+void WebView2Standin_DenyUserDataFolder(LPCWSTR folder) {
+  g_script.denied_folder = folder != nullptr ? folder : L"";
+}
+
+UINT WebView2Standin_LastUserDataFolder(wchar_t* buffer, UINT size) {
+  return CopyText(g_last_user_data_folder, buffer, size);
+}
+
+UINT WebView2Standin_DocumentScripts(int number, wchar_t* buffer, UINT size) {
+  std::wstring text;
+  if (number >= 1 && number <= static_cast<int>(g_views.size())) {
+    for (const std::wstring& script : g_views[static_cast<std::size_t>(number - 1)]->document_scripts) {
+      text += (text.empty() ? L"" : L"\n") + script;
+    }
+  }
+  return CopyText(text, buffer, size);
+}
 
 void WebView2Standin_SetCreationResults(HRESULT environment, HRESULT controller) {
   g_script.environment_result = environment;
@@ -900,7 +1038,9 @@ BOOL WebView2Standin_CompleteNavigation(int number, BOOL success) {
   if (!view) {
     return FALSE;
   }
-  PostNavigationEvent(view, [success](View& v) { RaiseCompleted(v, success != FALSE); });
+  PostNavigationEvent(view, [success](View& v, std::uint64_t id) {
+    RaiseCompleted(v, success != FALSE, id);
+  });
   return TRUE;
 }
 
@@ -909,7 +1049,7 @@ BOOL WebView2Standin_FireDomContentLoaded(int number) {
   if (!view) {
     return FALSE;
   }
-  PostNavigationEvent(view, [](View& v) { RaiseDomLoaded(v); });
+  PostNavigationEvent(view, [](View& v, std::uint64_t id) { RaiseDomLoaded(v, id); });
   return TRUE;
 }
 
@@ -929,6 +1069,10 @@ BOOL WebView2Standin_FailProcess(int number, int kind) {
     ForEachHandler(v->failed, [&](ICoreWebView2ProcessFailedEventHandler* handler) {
       handler->Invoke(v->webview, args.Get());
     });
+    if (kind == COREWEBVIEW2_PROCESS_FAILED_KIND_BROWSER_PROCESS_EXITED) {
+      // The browser is gone: the view is closed, and only a new controller shows pages again.
+      v->Close();
+    }
   });
   return TRUE;
 }
@@ -983,7 +1127,6 @@ BOOL WebView2Standin_GetView(int number, WebView2StandinView* state) {
   state->background[2] = view.background.G;
   state->background[3] = view.background.B;
   std::memcpy(state->settings, view.settings, sizeof(state->settings));
-  state->scripts = view.scripts;
   state->navigations = view.navigations;
   state->reloads = view.reloads;
   state->handlers = view.handler_count();
@@ -996,3 +1139,19 @@ BOOL WebView2Standin_GetView(int number, WebView2StandinView* state) {
 int WebView2Standin_LiveObjects() { return g_live_objects.load(); }
 
 int WebView2Standin_PendingEvents() { return static_cast<int>(g_tasks.size() + g_held.size()); }
+
+BOOL WebView2Standin_DeliverPending() {
+  const ULONGLONG deadline = GetTickCount64() + 30000;
+  while (WebView2Standin_PendingEvents() != 0) {
+    if (GetTickCount64() > deadline) {
+      return FALSE;
+    }
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+      TranslateMessage(&msg);
+      DispatchMessageW(&msg);
+    }
+  }
+  return TRUE;
+}

@@ -55,7 +55,8 @@ std::shared_ptr<Library> Library::Load(const std::wstring& path) {
   std::shared_ptr<Library> library(new Library());
   // A full path lets the library's own dependencies be found in its folder.
   const bool full_path = path.find_first_of(L"\\/") != std::wstring::npos;
-  HMODULE module = LoadLibraryExW(path.c_str(), nullptr, full_path ? LOAD_WITH_ALTERED_SEARCH_PATH : 0);
+  HMODULE module = LoadLibraryExW(path.c_str(), nullptr, full_path ? LOAD_WITH_ALTERED_SEARCH_PATH
+      : LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
   if (module == nullptr) {
     char text[64];
     std::snprintf(text, sizeof(text), " could not be loaded (error %lu)", GetLastError());
