@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "base64.h"
-#include "json_value.h"
+#include "encodable_json.h"
 #include "standard_message_codec.h"
 
 namespace kestrun_headless {
@@ -26,11 +25,11 @@ std::vector<uint8_t> Bytes(const EncodableValue& value) {
   return *flutter::StandardMessageCodec::GetInstance().EncodeMessage(value);
 }
 
-JsonValue Parsed(const std::string& text) {
+Json Parsed(const std::string& text) {
   std::string error;
-  std::optional<JsonValue> value = JsonValue::Parse(text, &error);
+  std::optional<Json> value = ParseJsonLine(text, &error);
   EXPECT_TRUE(value.has_value()) << text << ": " << error;
-  return value.value_or(JsonValue());
+  return value.value_or(Json());
 }
 
 EncodableValue FromText(const std::string& text) {
@@ -42,85 +41,99 @@ EncodableValue FromText(const std::string& text) {
 
 // Channel value -> JSON text -> channel value, as it travels on the connection.
 EncodableValue ThroughText(const EncodableValue& value) {
-  JsonValue json;
+  Json json;
   std::string error;
   EXPECT_TRUE(EncodableToJson(value, &json, &error)) << error;
-  return FromText(json.Serialize());
+  return FromText(JsonLine(json));
 }
 
 // What the protocol relies on in reading and writing text (the rest is the library's own work).
 TEST(JsonTextTest, ValuesKeepTheirShapeThroughText) {
   // Member order is kept, the last of repeated names wins, nesting comes back whole.
-  const JsonValue value =
+  const Json value =
       Parsed(R"({"z":[1,-2,[true,null,{"k":"\u00e9"}]],"a":{"b":{}},"z":"last","e":[]})");
-  EXPECT_EQ(value.Serialize(), "{\"z\":\"last\",\"a\":{\"b\":{}},\"e\":[]}");
+  EXPECT_EQ(JsonLine(value), "{\"z\":\"last\",\"a\":{\"b\":{}},\"e\":[]}");
   // Invalid UTF-8 is written as U+FFFD so the line stays valid UTF-8.
-  EXPECT_EQ(JsonValue(std::string("a\xFF" "b")).Serialize(), "\"a\xEF\xBF\xBD" "b\"");
+  EXPECT_EQ(JsonLine(Json(std::string("a\xFF" "b"))), "\"a\xEF\xBF\xBD" "b\"");
 
   for (const char* text : {"", "{", "[1,]", "{\"a\" 1}", "01", "[1] 2", "nan"}) {
     std::string error;
-    EXPECT_FALSE(JsonValue::Parse(text, &error).has_value()) << text;
+    EXPECT_FALSE(ParseJsonLine(text, &error).has_value()) << text;
     EXPECT_THAT(error, HasSubstr("offset")) << text;
   }
-  // Deep nesting is refused rather than overflowing the stack of the value's own copies.
+  // Deep nesting is refused rather than overflowing the stack of copies, writing or the mapping.
   std::string error;
-  EXPECT_FALSE(JsonValue::Parse(std::string(100000, '['), &error).has_value());
+  EXPECT_FALSE(ParseJsonLine(std::string(100000, '['), &error).has_value());
   EXPECT_THAT(error, HasSubstr("nested too deeply"));
+  EXPECT_TRUE(ParseJsonLine(std::string(150, '[') + std::string(150, ']')).has_value());
 }
 
 TEST(JsonTextTest, NumbersKeepTheirKind) {
-  EXPECT_TRUE(Parsed("5").IsInteger());
-  EXPECT_TRUE(Parsed("5.0").IsDouble());
-  EXPECT_TRUE(Parsed("5e0").IsDouble());
-  EXPECT_EQ(Parsed("-9223372036854775808").AsInteger(), std::numeric_limits<int64_t>::min());
-  // Beyond the 64-bit range an integer can only be a double.
-  EXPECT_TRUE(Parsed("9223372036854775808").IsDouble());
+  EXPECT_TRUE(Parsed("5").is_number_integer());
+  EXPECT_TRUE(Parsed("5.0").is_number_float());
+  EXPECT_TRUE(Parsed("5e0").is_number_float());
+  EXPECT_EQ(Parsed("-9223372036854775808"), std::numeric_limits<int64_t>::min());
+  // Beyond the signed 64-bit range an integer can only be a double.
+  EXPECT_TRUE(Parsed("9223372036854775808").is_number_float());
   // Doubles are written so that they read back as the same doubles; JSON has no non-finite ones.
   for (double value : {3.0, -0.0, 0.1, 1e300, -2.5e-300, 123456789012345678.0,
                        std::numeric_limits<double>::denorm_min()}) {
-    JsonValue back = Parsed(JsonValue(value).Serialize());
-    ASSERT_TRUE(back.IsDouble()) << JsonValue(value).Serialize();
-    const double read = back.AsDouble();
-    EXPECT_EQ(std::memcmp(&value, &read, sizeof(double)), 0) << JsonValue(value).Serialize();
+    const std::string text = JsonLine(Json(value));
+    const Json back = Parsed(text);
+    ASSERT_TRUE(back.is_number_float()) << text;
+    const double read = back.get<double>();
+    EXPECT_EQ(std::memcmp(&value, &read, sizeof(double)), 0) << text;
   }
-  EXPECT_EQ(JsonValue(std::numeric_limits<double>::quiet_NaN()).Serialize(), "null");
+  EXPECT_EQ(JsonLine(Json(std::numeric_limits<double>::quiet_NaN())), "null");
 }
 
-TEST(JsonToEncodableTest, PlainIntegersAreInt32WhenTheyFit) {
-  EXPECT_EQ(FromText("2147483647"), EncodableValue(int32_t{2147483647}));
-  EXPECT_EQ(FromText("-2147483648"), EncodableValue(int32_t{-2147483647 - 1}));
-  EXPECT_EQ(FromText("2147483648"), EncodableValue(int64_t{2147483648}));
-  EXPECT_EQ(FromText("-2147483649"), EncodableValue(int64_t{-2147483649}));
-  EXPECT_EQ(FromText("2.0"), EncodableValue(2.0));
-  EXPECT_EQ(FromText("2e3"), EncodableValue(2000.0));
-}
-
-TEST(JsonToEncodableTest, TypedFormsSayWhatJsonCannot) {
-  EXPECT_EQ(FromText(R"({"int64":5})"), EncodableValue(int64_t{5}));
-  EXPECT_EQ(FromText(R"({"int32":-5})"), EncodableValue(int32_t{-5}));
-  EXPECT_EQ(FromText(R"({"double":5})"), EncodableValue(5.0));
-  EXPECT_TRUE(std::isinf(std::get<double>(FromText(R"({"double":"-Infinity"})"))));
-  EXPECT_EQ(FromText(R"({"bytes":"AAH/"})"), EncodableValue(std::vector<uint8_t>{0, 1, 255}));
-  EXPECT_EQ(FromText(R"({"bytes":[0,1,255]})"), EncodableValue(std::vector<uint8_t>{0, 1, 255}));
-  EXPECT_EQ(FromText(R"({"int32List":[1,-1]})"), EncodableValue(std::vector<int32_t>{1, -1}));
-  EXPECT_EQ(FromText(R"({"int64List":[1,9007199254740993]})"),
-            EncodableValue(std::vector<int64_t>{1, 9007199254740993}));
-  EXPECT_EQ(FromText(R"({"float32List":[0.5,2]})"), EncodableValue(std::vector<float>{0.5f, 2.0f}));
-  EXPECT_EQ(FromText(R"({"float64List":[0.5,2]})"), EncodableValue(std::vector<double>{0.5, 2.0}));
-  EXPECT_EQ(FromText(R"({"map":[[1,"one"],[null,true]]})"),
-            EncodableValue(EncodableMap{{EncodableValue(int32_t{1}), EncodableValue("one")},
-                                        {EncodableValue(), EncodableValue(true)}}));
-  // Other objects are maps with string keys, including one that merely has a typed name among
-  // several members.
-  EXPECT_EQ(FromText(R"({"int32":1,"b":2})"),
-            EncodableValue(EncodableMap{{EncodableValue("int32"), EncodableValue(int32_t{1})},
-                                        {EncodableValue("b"), EncodableValue(int32_t{2})}}));
+TEST(JsonToEncodableTest, PlainAndTypedFormsGiveTheirKinds) {
+  using Bytes8 = std::vector<uint8_t>;
+  const std::pair<const char*, EncodableValue> cases[] = {
+      // Plain integers are int32 when they fit; a fraction or an exponent makes a double.
+      {"2147483647", EncodableValue(int32_t{2147483647})},
+      {"-2147483648", EncodableValue(int32_t{-2147483647 - 1})},
+      {"2147483648", EncodableValue(int64_t{2147483648})},
+      {"-2147483649", EncodableValue(int64_t{-2147483649})},
+      {"2.0", EncodableValue(2.0)},
+      {"2e3", EncodableValue(2000.0)},
+      // Typed forms say what plain JSON cannot.
+      {R"({"int64":5})", EncodableValue(int64_t{5})},
+      {R"({"int32":-5})", EncodableValue(int32_t{-5})},
+      {R"({"double":5})", EncodableValue(5.0)},
+      {R"({"double":"-Infinity"})", EncodableValue(-std::numeric_limits<double>::infinity())},
+      {R"({"bytes":[0,1,255]})", EncodableValue(Bytes8{0, 1, 255})},
+      {R"({"int32List":[1,-1]})", EncodableValue(std::vector<int32_t>{1, -1})},
+      {R"({"int64List":[1,9007199254740993]})",
+       EncodableValue(std::vector<int64_t>{1, 9007199254740993})},
+      {R"({"float32List":[0.5,2]})", EncodableValue(std::vector<float>{0.5f, 2.0f})},
+      {R"({"float64List":[0.5,2]})", EncodableValue(std::vector<double>{0.5, 2.0})},
+      {R"({"map":[[1,"one"],[null,true]]})",
+       EncodableValue(EncodableMap{{EncodableValue(int32_t{1}), EncodableValue("one")},
+                                   {EncodableValue(), EncodableValue(true)}})},
+      // Other objects are maps with string keys, including one that merely has a typed name
+      // among several members.
+      {R"({"int32":1,"b":2})",
+       EncodableValue(EncodableMap{{EncodableValue("int32"), EncodableValue(int32_t{1})},
+                                   {EncodableValue("b"), EncodableValue(int32_t{2})}})},
+      // Bytes in standard base64; the padding may be left out.
+      {R"({"bytes":"AAH/"})", EncodableValue(Bytes8{0, 1, 255})},
+      {R"({"bytes":""})", EncodableValue(Bytes8{})},
+      {R"({"bytes":"Zg=="})", EncodableValue(Bytes8{'f'})},
+      {R"({"bytes":"Zm8="})", EncodableValue(Bytes8{'f', 'o'})},
+      {R"({"bytes":"Zm8"})", EncodableValue(Bytes8{'f', 'o'})},
+      {R"({"bytes":"Zm9vYmFy"})", EncodableValue(Bytes8{'f', 'o', 'o', 'b', 'a', 'r'})},
+  };
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(Bytes(FromText(text)), Bytes(expected)) << text;
+  }
 }
 
 TEST(JsonToEncodableTest, TypedFormsOfTheWrongShapeAreErrors) {
   for (const char* text :
        {R"({"int32":2147483648})", R"({"int32":1.5})", R"({"int64":"5"})", R"({"double":"nan"})",
-        R"({"bytes":"A"})", R"({"bytes":"a*=="})", R"({"bytes":[256]})", R"({"int32List":[1.0]})",
+        R"({"bytes":"A"})", R"({"bytes":"a*=="})", R"({"bytes":"Zm9=v"})", R"({"bytes":"Zh=="})",
+        R"({"bytes":"Zm 8"})", R"({"bytes":[256]})", R"({"int32List":[1.0]})",
         R"({"int64List":{}})", R"({"float32List":[1e39]})", R"({"map":[[1]]})",
         R"({"map":[[1,2],[1,3]]})", R"([1,{"int32":"x"}])"}) {
     EncodableValue value;
@@ -165,9 +178,9 @@ TEST(EncodableJsonRoundTripTest, EveryKindComesBackExactly) {
                                    EncodableValue(EncodableList{EncodableValue(int64_t{2})})}),
   };
   for (const EncodableValue& value : values) {
-    JsonValue json;
+    Json json;
     ASSERT_TRUE(EncodableToJson(value, &json));
-    EXPECT_EQ(Bytes(ThroughText(value)), Bytes(value)) << json.Serialize();
+    EXPECT_EQ(Bytes(ThroughText(value)), Bytes(value)) << JsonLine(json);
   }
 }
 
@@ -177,37 +190,17 @@ TEST(EncodableJsonRoundTripTest, JsonTextComesBackExactly) {
        {R"({"a":[1,2.5,{"int64":3},{"bytes":"AQI="},null],"b":{"map":[[1,true]]}})",
         R"([{"double":"NaN"},{"int32List":[]},{"float32List":[0.5,"Infinity"]},4294967296])",
         R"({"map":[["int32",{"int64":-1}]]})"}) {
-    EXPECT_EQ(ToJson(FromText(text)).Serialize(), text);
+    EXPECT_EQ(JsonLine(ToJson(FromText(text))), text);
   }
 }
 
 TEST(EncodableJsonRoundTripTest, CustomValuesHaveNoJsonForm) {
-  JsonValue json;
+  Json json;
   std::string error;
   EXPECT_FALSE(EncodableToJson(
       EncodableValue(EncodableList{EncodableValue(flutter::CustomEncodableValue(42))}), &json,
       &error));
   EXPECT_THAT(error, HasSubstr("custom"));
-}
-
-TEST(Base64Test, StandardVectorsAndStrictDecoding) {
-  const std::pair<const char*, const char*> vectors[] = {
-      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
-      {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
-  for (const auto& [plain, encoded] : vectors) {
-    const std::vector<uint8_t> bytes(plain, plain + std::strlen(plain));
-    EXPECT_EQ(Base64Encode(bytes), encoded);
-    std::vector<uint8_t> decoded;
-    ASSERT_TRUE(Base64Decode(encoded, &decoded)) << encoded;
-    EXPECT_EQ(decoded, bytes);
-  }
-  std::vector<uint8_t> decoded;
-  EXPECT_TRUE(Base64Decode("Zm8", &decoded));  // padding may be left out
-  EXPECT_EQ(decoded, (std::vector<uint8_t>{'f', 'o'}));
-  EXPECT_FALSE(Base64Decode("Zm9=v", &decoded));  // padding inside
-  EXPECT_FALSE(Base64Decode("Zh==", &decoded));   // bits beyond the last byte
-  EXPECT_FALSE(Base64Decode("Z", &decoded));
-  EXPECT_FALSE(Base64Decode("Zm 8", &decoded));
 }
 
 }  // namespace
