@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "embedded_webview/native_webview.h"
-#include "embedded_webview/webview2_api.h"
+#include "foreign_interfaces/webview2/webview2_api.h"
 
 namespace native_webview {
 namespace {
