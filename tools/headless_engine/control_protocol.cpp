@@ -1,7 +1,6 @@
 #include "control_protocol.h"
 
 #include <chrono>
-#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -37,22 +36,6 @@ std::string ClassName(HWND window) {
 }
 
 // Memory an lparam points to for the duration of a window message.
-// An integer member, or 0 for anything else (as a double with an integral value counts too).
-int64_t IntegerOf(const Json& value) {
-  if (value.is_number_integer()) {
-    return value.get<int64_t>();
-  }
-  if (value.is_number_float()) {
-    const double number = value.get<double>();
-    // 2^63 is exactly representable; anything at or beyond it is out of range.
-    if (std::isfinite(number) && std::trunc(number) == number &&
-        number >= -9223372036854775808.0 && number < 9223372036854775808.0) {
-      return static_cast<int64_t>(number);
-    }
-  }
-  return 0;
-}
-
 struct MessageBuffers {
   std::wstring text;
   RECT rect = {};
@@ -268,17 +251,17 @@ void ControlProtocol::HandleWindowMessage(const Json& id, const Json& operation,
   std::optional<uint32_t> message;
   if (message_value.is_string()) {
     message = WindowMessageFromText(message_value.get<std::string>());
-  } else if (message_value.is_number_integer() && IntegerOf(message_value) >= 0 &&
-             IntegerOf(message_value) < 0x10000) {
-    message = static_cast<uint32_t>(IntegerOf(message_value));
+  } else if (message_value.is_number_integer() && JsonInteger(message_value) >= 0 &&
+             JsonInteger(message_value) < 0x10000) {
+    message = static_cast<uint32_t>(JsonInteger(message_value));
   }
   if (!message) {
     AnswerFailure(id, "\"message\" must be a window message name or number, not " +
                           JsonLine(message_value));
     return;
   }
-  const WPARAM wparam = static_cast<WPARAM>(IntegerOf(JsonMember(operation, "wparam")));
-  LPARAM lparam = static_cast<LPARAM>(IntegerOf(JsonMember(operation, "lparam")));
+  const WPARAM wparam = static_cast<WPARAM>(JsonInteger(JsonMember(operation, "wparam")));
+  LPARAM lparam = static_cast<LPARAM>(JsonInteger(JsonMember(operation, "lparam")));
   // Pointer arguments live until the message has been handled (a posted one: until the answer).
   auto buffers = std::make_shared<MessageBuffers>();
   const Json& lparam_string = JsonMember(operation, "lparamString");
@@ -287,10 +270,10 @@ void ControlProtocol::HandleWindowMessage(const Json& id, const Json& operation,
     buffers->text = Utf8ToWide(lparam_string.get<std::string>());
     lparam = reinterpret_cast<LPARAM>(buffers->text.c_str());
   } else if (lparam_rect.is_array() && lparam_rect.size() == 4) {
-    buffers->rect = RECT{static_cast<LONG>(IntegerOf(lparam_rect[0])),
-                         static_cast<LONG>(IntegerOf(lparam_rect[1])),
-                         static_cast<LONG>(IntegerOf(lparam_rect[2])),
-                         static_cast<LONG>(IntegerOf(lparam_rect[3]))};
+    buffers->rect = RECT{static_cast<LONG>(JsonInteger(lparam_rect[0])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[1])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[2])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[3]))};
     lparam = reinterpret_cast<LPARAM>(&buffers->rect);
   }
   if (send) {

@@ -457,6 +457,22 @@ const Json& JsonMember(const Json& object, const std::string& key) {
   return member != object.end() ? *member : kNull;
 }
 
+int64_t JsonInteger(const Json& value) {
+  int64_t integer = 0;
+  if (ReadInt64(value, &integer)) {
+    return integer;
+  }
+  if (value.is_number_float()) {
+    const double number = value.get<double>();
+    // 2^63 is exactly representable; anything at or beyond it is out of range.
+    if (std::isfinite(number) && std::trunc(number) == number &&
+        number >= -9223372036854775808.0 && number < 9223372036854775808.0) {
+      return static_cast<int64_t>(number);
+    }
+  }
+  return 0;
+}
+
 bool JsonToEncodable(const Json& json, flutter::EncodableValue* out, std::string* error) {
   return ConvertToEncodable(json, out, error, 0);
 }

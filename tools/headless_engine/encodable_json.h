@@ -20,6 +20,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,6 +43,9 @@ std::string JsonLine(const Json& value);
 
 // The member `key` of an object; null when there is none or `object` is no object.
 const Json& JsonMember(const Json& object, const std::string& key);
+
+// An integer, or a double with an integral value within the 64-bit range; 0 for anything else.
+int64_t JsonInteger(const Json& value);
 
 // JSON to channel value (see the top of this file). False, with the reason in `error` when given,
 // for a typed form of the wrong shape.

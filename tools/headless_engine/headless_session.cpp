@@ -41,10 +41,6 @@ bool FlagOf(const Json& object, const std::string& key) {
   return member.is_boolean() && member.get<bool>();
 }
 
-int64_t IntegerOf(const Json& value) {
-  return value.is_number_integer() ? value.get<int64_t>() : 0;
-}
-
 HeadlessEvent EventFromJson(Json json) {
   HeadlessEvent event;
   event.type = TextOf(json, "event");
@@ -525,7 +521,7 @@ std::optional<int64_t> HeadlessSession::SendWindowMessage(const std::string& mes
     if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  return IntegerOf(JsonMember(*answer, "result"));
+  return JsonInteger(JsonMember(*answer, "result"));
 }
 
 std::optional<int64_t> HeadlessSession::SendWindowMessage(uint32_t message, uint64_t wparam,
@@ -538,7 +534,7 @@ std::optional<int64_t> HeadlessSession::SendWindowMessage(uint32_t message, uint
     if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  return IntegerOf(JsonMember(*answer, "result"));
+  return JsonInteger(JsonMember(*answer, "result"));
 }
 
 std::optional<MainWindowState> HeadlessSession::MainWindowInfo(std::chrono::milliseconds timeout) {
@@ -554,20 +550,20 @@ std::optional<MainWindowState> HeadlessSession::MainWindowInfo(std::chrono::mill
   state.visible = FlagOf(json, "visible");
   const Json& rect = JsonMember(json, "rect");
   if (rect.is_array() && rect.size() == 4) {
-    state.left = IntegerOf(rect[0]);
-    state.top = IntegerOf(rect[1]);
-    state.right = IntegerOf(rect[2]);
-    state.bottom = IntegerOf(rect[3]);
+    state.left = JsonInteger(rect[0]);
+    state.top = JsonInteger(rect[1]);
+    state.right = JsonInteger(rect[2]);
+    state.bottom = JsonInteger(rect[3]);
   }
   const Json& client = JsonMember(json, "clientSize");
   if (client.is_array() && client.size() == 2) {
-    state.client_width = IntegerOf(client[0]);
-    state.client_height = IntegerOf(client[1]);
+    state.client_width = JsonInteger(client[0]);
+    state.client_height = JsonInteger(client[1]);
   }
   state.title = TextOf(json, "title");
   state.class_name = TextOf(json, "className");
-  state.dpi = static_cast<unsigned>(IntegerOf(JsonMember(json, "dpi")));
-  state.hwnd = static_cast<uint64_t>(IntegerOf(JsonMember(json, "hwnd")));
+  state.dpi = static_cast<unsigned>(JsonInteger(JsonMember(json, "dpi")));
+  state.hwnd = static_cast<uint64_t>(JsonInteger(JsonMember(json, "hwnd")));
   state.json = json;
   return state;
 }
@@ -592,7 +588,7 @@ std::optional<EngineState> HeadlessSession::EngineInfo(std::chrono::milliseconds
     }
   }
   state.running = FlagOf(json, "running");
-  state.top_level_delegates = static_cast<int>(IntegerOf(JsonMember(json, "topLevelDelegates")));
+  state.top_level_delegates = static_cast<int>(JsonInteger(JsonMember(json, "topLevelDelegates")));
   state.json = json;
   return state;
 }
