@@ -262,8 +262,7 @@ TEST_F(KestrunProcessTest, NormalCloseWithAnOutputWindowOpenExitsWithZero) {
                                   {EncodableValue("height"), EncodableValue(int32_t{90})},
                                   {EncodableValue("isPrimary"), EncodableValue(false)}}));
   EXPECT_EQ(shown.kind, ReplyKind::kSuccess) << shown.failure << shown.error_code;
-  kestrun_headless::JsonValue destroy = kestrun_headless::JsonValue::MakeObject();
-  destroy.Set("op", "destroyWindow");
+  const kestrun_headless::Json destroy = {{"op", "destroyWindow"}};
   ASSERT_TRUE(session_.Request(destroy).has_value()) << session_.last_error();
   EXPECT_EQ(session_.WaitForExit(), std::optional<uint32_t>(0));
 }

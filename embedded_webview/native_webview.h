@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-#include "embedded_webview/webview2_api.h"
+#include "foreign_interfaces/webview2/webview2_api.h"
 
 namespace native_webview {
 

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "embedded_webview/native_webview.h"
-#include "embedded_webview/webview2_api.h"
 #include "embedded_webview/webview2_loader.h"
+#include "foreign_interfaces/webview2/webview2_api.h"
 
 namespace native_webview {
 namespace {

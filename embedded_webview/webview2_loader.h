@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-#include "embedded_webview/webview2_api.h"
+#include "foreign_interfaces/webview2/webview2_api.h"
 
 namespace native_webview {
 

@@ -1,5 +1,5 @@
 // Scripting interface of the stand-in media library (mdk.dll under testing/). The stand-in exports
-// the library's C interface (live_output/video/mdk/mdk_c_api.h) and these functions, which tests
+// the library's C interface (foreign_interfaces/mdk/mdk_c_api.h) and these functions, which tests
 // reach through its import library.
 //
 // Behaviour, per player: setMedia loads on the player's own thread (status Loading, then

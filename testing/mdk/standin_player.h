@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "live_output/video/mdk/mdk_c_api.h"
+#include "foreign_interfaces/mdk/mdk_c_api.h"
 #include "testing/mdk/mdk_standin.h"
 
 namespace mdk_standin {

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "embedded_webview/webview2_api.h"
+#include "foreign_interfaces/webview2/webview2_api.h"
 
 using Microsoft::WRL::ComPtr;
 using namespace webview2;

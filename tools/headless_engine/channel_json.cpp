@@ -43,61 +43,61 @@ std::string Raw(const uint8_t* data, size_t size) {
 
 }  // namespace
 
-JsonValue ReplyToJson(const uint8_t* data, size_t size) {
-  JsonValue json = JsonValue::MakeObject();
+Json ReplyToJson(const uint8_t* data, size_t size) {
+  Json json = Json::object();
   if (size == 0) {
-    json.Set("reply", "notImplemented");
+    json["reply"] = "notImplemented";
     return json;
   }
   CapturedResult result;
   if (!DecodeEnvelope(data, size, &result)) {
-    json.Set("reply", "invalid");
-    json.Set("raw", Raw(data, size));
+    json["reply"] = "invalid";
+    json["raw"] = Raw(data, size);
   } else if (result.success) {
-    json.Set("reply", "success");
-    json.Set("value", ToJson(result.value));
+    json["reply"] = "success";
+    json["value"] = ToJson(result.value);
   } else {
-    json.Set("reply", "error");
-    json.Set("code", result.code);
-    json.Set("message", result.message);
-    json.Set("details", ToJson(result.details));
+    json["reply"] = "error";
+    json["code"] = result.code;
+    json["message"] = result.message;
+    json["details"] = ToJson(result.details);
   }
   return json;
 }
 
-JsonValue HostMessageToJson(const std::string& channel, const uint8_t* data, size_t size,
+Json HostMessageToJson(const std::string& channel, const uint8_t* data, size_t size,
                             bool event_channel) {
-  JsonValue json = JsonValue::MakeObject();
+  Json json = Json::object();
   if (event_channel) {
     if (size == 0) {
-      json.Set("event", "endOfStream");
-      json.Set("channel", channel);
+      json["event"] = "endOfStream";
+      json["channel"] = channel;
       return json;
     }
     CapturedResult result;
     if (DecodeEnvelope(data, size, &result)) {
-      json.Set("event", result.success ? "stream" : "streamError");
-      json.Set("channel", channel);
+      json["event"] = result.success ? "stream" : "streamError";
+      json["channel"] = channel;
       if (result.success) {
-        json.Set("value", ToJson(result.value));
+        json["value"] = ToJson(result.value);
       } else {
-        json.Set("code", result.code);
-        json.Set("message", result.message);
-        json.Set("details", ToJson(result.details));
+        json["code"] = result.code;
+        json["message"] = result.message;
+        json["details"] = ToJson(result.details);
       }
       return json;
     }
   }
-  json.Set("event", "message");
-  json.Set("channel", channel);
+  json["event"] = "message";
+  json["channel"] = channel;
   std::unique_ptr<flutter::MethodCall<flutter::EncodableValue>> call =
       size == 0 ? nullptr
                 : flutter::StandardMethodCodec::GetInstance().DecodeMethodCall(data, size);
   if (call) {
-    json.Set("method", call->method_name());
-    json.Set("args", call->arguments() != nullptr ? ToJson(*call->arguments()) : JsonValue());
+    json["method"] = call->method_name();
+    json["args"] = call->arguments() != nullptr ? ToJson(*call->arguments()) : Json();
   } else {
-    json.Set("raw", Raw(data, size));
+    json["raw"] = Raw(data, size);
   }
   return json;
 }

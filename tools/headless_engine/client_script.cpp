@@ -42,14 +42,6 @@ std::optional<long long> Number(const std::string& text) {
   return negative ? -value : value;
 }
 
-JsonValue Object(std::initializer_list<std::pair<const char*, JsonValue>> members) {
-  JsonValue object = JsonValue::MakeObject();
-  for (const auto& member : members) {
-    object.Set(member.first, member.second);
-  }
-  return object;
-}
-
 }  // namespace
 
 ClientScript::ClientScript(HeadlessSession* session, Output output,
@@ -58,7 +50,7 @@ ClientScript::ClientScript(HeadlessSession* session, Output output,
 
 bool ClientScript::Problem(const std::string& text) {
   any_failed_ = true;
-  output_(Object({{"clientError", JsonValue(text)}}).Serialize());
+  output_(JsonLine(Json{{"clientError", text}}));
   return false;
 }
 
@@ -67,13 +59,14 @@ std::chrono::milliseconds ClientScript::TimeoutArgument(const std::string& text)
   return value && *value >= 0 ? std::chrono::milliseconds(*value) : timeout_;
 }
 
-bool ClientScript::RunOperation(JsonValue operation) {
-  std::optional<JsonValue> answer = session_->Request(std::move(operation), timeout_);
+bool ClientScript::RunOperation(Json operation) {
+  std::optional<Json> answer = session_->Request(std::move(operation), timeout_);
   if (!answer) {
     return Problem(session_->last_error());
   }
-  output_(answer->Serialize());
-  return !(answer->Has("ok") && !(*answer)["ok"].AsBool());
+  output_(JsonLine(*answer));
+  const Json& ok = JsonMember(*answer, "ok");
+  return !answer->contains("ok") || (ok.is_boolean() && ok.get<bool>());
 }
 
 bool ClientScript::RunLine(const std::string& line) {
@@ -84,8 +77,8 @@ bool ClientScript::RunLine(const std::string& line) {
   }
   if (command[0] == '{') {
     std::string error;
-    std::optional<JsonValue> operation = JsonValue::Parse(line, &error);
-    if (!operation || !operation->IsObject()) {
+    std::optional<Json> operation = ParseJsonLine(line, &error);
+    if (!operation || !operation->is_object()) {
       return Problem("not a JSON object: " + (operation ? std::string("wrong kind") : error));
     }
     return RunOperation(std::move(*operation));
@@ -102,20 +95,20 @@ bool ClientScript::RunLine(const std::string& line) {
     if (channel.empty() || method.empty()) {
       return Problem(command + " needs a channel" + (command == "invoke" ? " and a method" : ""));
     }
-    JsonValue arguments;
+    Json arguments;
     if (!arguments_text.empty()) {
       std::string error;
-      std::optional<JsonValue> parsed = JsonValue::Parse(arguments_text, &error);
+      std::optional<Json> parsed = ParseJsonLine(arguments_text, &error);
       if (!parsed) {
         return Problem("arguments are not JSON: " + error);
       }
       arguments = std::move(*parsed);
     }
-    JsonValue operation = Object({{"op", JsonValue(command)}, {"channel", JsonValue(channel)}});
+    Json operation = Json{{"op", command}, {"channel", channel}};
     if (command == "invoke") {
-      operation.Set("method", method);
+      operation["method"] = method;
     }
-    operation.Set("args", std::move(arguments));
+    operation["args"] = std::move(arguments);
     return RunOperation(std::move(operation));
   }
   if (command == "post" || command == "send") {
@@ -128,18 +121,18 @@ bool ClientScript::RunLine(const std::string& line) {
     if (message.empty()) {
       return Problem(command + " needs a window message");
     }
-    JsonValue operation = Object({{"op", JsonValue(command)}});
+    Json operation = Json{{"op", command}};
     const std::optional<long long> number = Number(message);
-    operation.Set("message", number ? JsonValue(*number) : JsonValue(message));
-    operation.Set("wparam", JsonValue(Number(wparam).value_or(0)));
-    operation.Set("lparam", JsonValue(Number(lparam).value_or(0)));
+    operation["message"] = number ? Json(*number) : Json(message);
+    operation["wparam"] = Number(wparam).value_or(0);
+    operation["lparam"] = Number(lparam).value_or(0);
     return RunOperation(std::move(operation));
   }
   if (command == "window" || command == "engine" || command == "sync") {
-    return RunOperation(Object({{"op", JsonValue(command)}}));
+    return RunOperation(Json{{"op", command}});
   }
   if (command == "release-frame") {
-    return RunOperation(Object({{"op", JsonValue("releaseFrame")}}));
+    return RunOperation(Json{{"op", "releaseFrame"}});
   }
   if (command == "wait-event" || command == "wait-frame") {
     std::string after;
@@ -156,12 +149,12 @@ bool ClientScript::RunLine(const std::string& line) {
     }
     const std::chrono::milliseconds timeout = TimeoutArgument(timeout_text);
     std::optional<HeadlessEvent> event = session_->WaitForEvent(
-        [&](const HeadlessEvent& e) { return e.json.Serialize().find(needle) != std::string::npos; },
+        [&](const HeadlessEvent& e) { return JsonLine(e.json).find(needle) != std::string::npos; },
         timeout);
     if (!event) {
       return Problem("no event containing " + needle + ": " + session_->last_error());
     }
-    output_(Object({{"matched", JsonValue(needle)}}).Serialize());
+    output_(JsonLine(Json{{"matched", needle}}));
     return true;
   }
   if (command == "wait-exit") {
@@ -172,11 +165,11 @@ bool ClientScript::RunLine(const std::string& line) {
       return Problem(session_->last_error());
     }
     exit_code_ = code;
-    output_(Object({{"exit", JsonValue(static_cast<long long>(*code))}}).Serialize());
+    output_(JsonLine(Json{{"exit", static_cast<int64_t>(*code)}}));
     return true;
   }
   if (command == "echo") {
-    output_(Object({{"echo", JsonValue(rest)}}).Serialize());
+    output_(JsonLine(Json{{"echo", rest}}));
     return true;
   }
   if (command == "kill") {
@@ -184,7 +177,7 @@ bool ClientScript::RunLine(const std::string& line) {
     const uint32_t code = static_cast<uint32_t>(Number(FirstWord(rest, &unused)).value_or(1));
     session_->Kill(code);
     exit_code_ = session_->WaitForExit(std::chrono::milliseconds(0));
-    output_(Object({{"killed", JsonValue(static_cast<long long>(code))}}).Serialize());
+    output_(JsonLine(Json{{"killed", static_cast<int64_t>(code)}}));
     return true;
   }
   return Problem("unknown command \"" + command + "\"");

@@ -39,7 +39,7 @@ class ClientScript {
   std::optional<uint32_t> exit_code() const { return exit_code_; }
 
  private:
-  bool RunOperation(JsonValue operation);
+  bool RunOperation(Json operation);
   bool Problem(const std::string& text);
   std::chrono::milliseconds TimeoutArgument(const std::string& text);
 

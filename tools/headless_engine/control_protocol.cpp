@@ -20,10 +20,7 @@ namespace {
 // the last lines; a controller that does not is cut off.
 constexpr std::chrono::milliseconds kCloseGrace{2000};
 
-JsonValue Rect(const RECT& rect) {
-  return JsonValue(JsonValue::Array{JsonValue(rect.left), JsonValue(rect.top),
-                                    JsonValue(rect.right), JsonValue(rect.bottom)});
-}
+Json Rect(const RECT& rect) { return Json::array({rect.left, rect.top, rect.right, rect.bottom}); }
 
 std::string WindowText(HWND window) {
   const int length = GetWindowTextLengthW(window);
@@ -94,9 +91,7 @@ void ControlProtocol::Stop() {
     messenger_->Release();
     messenger_ = nullptr;
   }
-  JsonValue shutdown = JsonValue::MakeObject();
-  shutdown.Set("event", "shutdown");
-  SendEvent(shutdown);
+  SendEvent(Json{{"event", "shutdown"}});
   connection_->FinishSending();
   if (reader_.joinable()) {
     {
@@ -112,8 +107,8 @@ void ControlProtocol::Stop() {
   pending_calls_.clear();
 }
 
-void ControlProtocol::SendEvent(const JsonValue& event) {
-  connection_->WriteLine(event.Serialize());
+void ControlProtocol::SendEvent(const Json& event) {
+  connection_->WriteLine(JsonLine(event));
 }
 
 void ControlProtocol::ReadLoop() {
@@ -123,13 +118,13 @@ void ControlProtocol::ReadLoop() {
       continue;
     }
     std::string error;
-    std::optional<JsonValue> operation = JsonValue::Parse(line, &error);
-    if (!operation || !operation->IsObject()) {
-      JsonValue problem = JsonValue::MakeObject();
-      problem.Set("event", "protocolError");
-      problem.Set("error", operation ? std::string("an operation must be a JSON object")
-                                     : "invalid JSON: " + error);
-      problem.Set("line", line);
+    std::optional<Json> operation = ParseJsonLine(line, &error);
+    if (!operation || !operation->is_object()) {
+      Json problem = Json::object();
+      problem["event"] = "protocolError";
+      problem["error"] = operation ? std::string("an operation must be a JSON object")
+                                   : "invalid JSON: " + error;
+      problem["line"] = line;
       SendEvent(problem);
       continue;
     }
@@ -143,17 +138,17 @@ void ControlProtocol::ReadLoop() {
   reader_finished_changed_.notify_all();
 }
 
-void ControlProtocol::HandleOperation(const JsonValue& operation) {
-  const JsonValue& id = operation["id"];
+void ControlProtocol::HandleOperation(const Json& operation) {
+  const Json& id = JsonMember(operation, "id");
   if (engine_ == nullptr) {
     return;  // stopped
   }
-  const JsonValue& op_value = operation["op"];
-  if (!op_value.IsString()) {
+  const Json& op_value = JsonMember(operation, "op");
+  if (!op_value.is_string()) {
     AnswerFailure(id, "an operation needs a string \"op\"");
     return;
   }
-  const std::string& op = op_value.AsString();
+  const std::string& op = op_value.get_ref<const std::string&>();
   if (op == "invoke" || op == "listen" || op == "cancel") {
     DeliverCall(id, operation, op);
   } else if (op == "sendRaw") {
@@ -163,24 +158,24 @@ void ControlProtocol::HandleOperation(const JsonValue& operation) {
   } else if (op == "window") {
     Answer(id, DescribeMainWindow());
   } else if (op == "engine") {
-    JsonValue answer = engine_->DescribeEngine();
-    JsonValue::Array channels;
+    Json answer = engine_->DescribeEngine();
+    Json channels = Json::array();
     for (const std::string& channel : messenger_->ChannelsWithHandlers()) {
-      channels.emplace_back(channel);
+      channels.push_back(channel);
     }
-    answer.Set("channelsWithHandlers", JsonValue(std::move(channels)));
+    answer["channelsWithHandlers"] = std::move(channels);
     Answer(id, std::move(answer));
   } else if (op == "processStats") {
     const ProcessStats stats = ReadProcessStats();
-    JsonValue answer = JsonValue::MakeObject();
-    answer.Set("ok", true);
-    answer.Set("privateBytes", JsonValue(static_cast<long long>(stats.private_bytes)));
-    answer.Set("privateBytesSource", JsonValue(std::string(stats.private_bytes_source)));
-    answer.Set("handles", JsonValue(static_cast<long long>(stats.handles)));
-    answer.Set("gdiObjects", JsonValue(static_cast<long long>(stats.gdi_objects)));
-    answer.Set("userObjects", JsonValue(static_cast<long long>(stats.user_objects)));
-    answer.Set("threads", JsonValue(static_cast<long long>(stats.threads)));
-    answer.Set("windows", JsonValue(static_cast<long long>(stats.windows)));
+    Json answer = Json::object();
+    answer["ok"] = true;
+    answer["privateBytes"] = static_cast<long long>(stats.private_bytes);
+    answer["privateBytesSource"] = std::string(stats.private_bytes_source);
+    answer["handles"] = static_cast<long long>(stats.handles);
+    answer["gdiObjects"] = static_cast<long long>(stats.gdi_objects);
+    answer["userObjects"] = static_cast<long long>(stats.user_objects);
+    answer["threads"] = static_cast<long long>(stats.threads);
+    answer["windows"] = static_cast<long long>(stats.windows);
     Answer(id, std::move(answer));
   } else if (op == "releaseFrame") {
     engine_->ReleaseFrame();
@@ -195,24 +190,25 @@ void ControlProtocol::HandleOperation(const JsonValue& operation) {
   }
 }
 
-void ControlProtocol::DeliverCall(const JsonValue& id, const JsonValue& operation,
-                                  const std::string& op) {
-  const JsonValue& channel = operation["channel"];
-  if (!channel.IsString() || channel.AsString().empty()) {
+void ControlProtocol::DeliverCall(const Json& id, const Json& operation, const std::string& op) {
+  const Json& channel_value = JsonMember(operation, "channel");
+  if (!channel_value.is_string() || channel_value.get_ref<const std::string&>().empty()) {
     AnswerFailure(id, op + " needs a \"channel\"");
     return;
   }
+  const std::string& channel = channel_value.get_ref<const std::string&>();
   std::string method = op;
   if (op == "invoke") {
-    if (!operation["method"].IsString()) {
+    const Json& method_value = JsonMember(operation, "method");
+    if (!method_value.is_string()) {
       AnswerFailure(id, "invoke needs a string \"method\"");
       return;
     }
-    method = operation["method"].AsString();
+    method = method_value.get<std::string>();
   }
   auto arguments = std::make_unique<flutter::EncodableValue>();
   std::string error;
-  if (!JsonToEncodable(operation["args"], arguments.get(), &error)) {
+  if (!JsonToEncodable(JsonMember(operation, "args"), arguments.get(), &error)) {
     AnswerFailure(id, "args: " + error);
     return;
   }
@@ -228,21 +224,22 @@ void ControlProtocol::DeliverCall(const JsonValue& id, const JsonValue& operatio
     std::lock_guard<std::mutex> lock(mutex_);
     pending_calls_[token] = PendingCall{id, false};
     if (op == "listen") {
-      event_channels_.insert(channel.AsString());
+      event_channels_.insert(channel);
     }
   }
   // Hold the messenger: the handler may destroy the engine.
   HeadlessMessenger* messenger = messenger_;
   messenger->AddRef();
-  messenger->Deliver(channel.AsString(), *message, token);
+  messenger->Deliver(channel, *message, token);
   messenger->Release();
 }
 
-void ControlProtocol::DeliverRaw(const JsonValue& id, const JsonValue& operation) {
-  const JsonValue& channel = operation["channel"];
+void ControlProtocol::DeliverRaw(const Json& id, const Json& operation) {
+  const Json& channel = JsonMember(operation, "channel");
+  const Json& raw = JsonMember(operation, "raw");
   std::vector<uint8_t> message;
-  if (!channel.IsString() || channel.AsString().empty() ||
-      !Base64Decode(operation["raw"].AsString(), &message)) {
+  if (!channel.is_string() || channel.get_ref<const std::string&>().empty() ||
+      !Base64Decode(raw.is_string() ? raw.get<std::string>() : std::string(), &message)) {
     AnswerFailure(id, "sendRaw needs a \"channel\" and base64 \"raw\" bytes");
     return;
   }
@@ -253,51 +250,50 @@ void ControlProtocol::DeliverRaw(const JsonValue& id, const JsonValue& operation
   }
   HeadlessMessenger* messenger = messenger_;
   messenger->AddRef();
-  messenger->Deliver(channel.AsString(), message, token);
+  messenger->Deliver(channel.get<std::string>(), message, token);
   messenger->Release();
 }
 
-void ControlProtocol::HandleWindowMessage(const JsonValue& id, const JsonValue& operation,
-                                          bool send) {
+void ControlProtocol::HandleWindowMessage(const Json& id, const Json& operation, bool send) {
   HWND main_window = engine_->MainWindow();
   if (main_window == nullptr) {
     AnswerFailure(id, "there is no main window (the view is not in a top-level window)");
     return;
   }
-  const JsonValue& message_value = operation["message"];
+  const Json& message_value = JsonMember(operation, "message");
   std::optional<uint32_t> message;
-  if (message_value.IsString()) {
-    message = WindowMessageFromText(message_value.AsString());
-  } else if (message_value.IsInteger() && message_value.AsInteger() >= 0 &&
-             message_value.AsInteger() < 0x10000) {
-    message = static_cast<uint32_t>(message_value.AsInteger());
+  if (message_value.is_string()) {
+    message = WindowMessageFromText(message_value.get<std::string>());
+  } else if (message_value.is_number_integer() && JsonInteger(message_value) >= 0 &&
+             JsonInteger(message_value) < 0x10000) {
+    message = static_cast<uint32_t>(JsonInteger(message_value));
   }
   if (!message) {
     AnswerFailure(id, "\"message\" must be a window message name or number, not " +
-                          message_value.Serialize());
+                          JsonLine(message_value));
     return;
   }
-  const WPARAM wparam = static_cast<WPARAM>(operation["wparam"].AsInteger(0));
-  LPARAM lparam = static_cast<LPARAM>(operation["lparam"].AsInteger(0));
+  const WPARAM wparam = static_cast<WPARAM>(JsonInteger(JsonMember(operation, "wparam")));
+  LPARAM lparam = static_cast<LPARAM>(JsonInteger(JsonMember(operation, "lparam")));
   // Pointer arguments live until the message has been handled (a posted one: until the answer).
   auto buffers = std::make_shared<MessageBuffers>();
-  if (operation["lparamString"].IsString()) {
-    buffers->text = Utf8ToWide(operation["lparamString"].AsString());
+  const Json& lparam_string = JsonMember(operation, "lparamString");
+  const Json& lparam_rect = JsonMember(operation, "lparamRect");
+  if (lparam_string.is_string()) {
+    buffers->text = Utf8ToWide(lparam_string.get<std::string>());
     lparam = reinterpret_cast<LPARAM>(buffers->text.c_str());
-  } else if (operation["lparamRect"].size() == 4) {
-    const JsonValue::Array& rect = operation["lparamRect"].AsArray();
-    buffers->rect = RECT{static_cast<LONG>(rect[0].AsInteger()), static_cast<LONG>(rect[1].AsInteger()),
-                         static_cast<LONG>(rect[2].AsInteger()), static_cast<LONG>(rect[3].AsInteger())};
+  } else if (lparam_rect.is_array() && lparam_rect.size() == 4) {
+    buffers->rect = RECT{static_cast<LONG>(JsonInteger(lparam_rect[0])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[1])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[2])),
+                         static_cast<LONG>(JsonInteger(lparam_rect[3]))};
     lparam = reinterpret_cast<LPARAM>(&buffers->rect);
   }
   if (send) {
     std::shared_ptr<ControlProtocol> self = shared_from_this();
     // The window may destroy the engine meanwhile; nothing of it is touched afterwards.
     const LRESULT result = SendMessageW(main_window, *message, wparam, lparam);
-    JsonValue answer = JsonValue::MakeObject();
-    answer.Set("ok", true);
-    answer.Set("result", JsonValue(static_cast<long long>(result)));
-    self->Answer(id, std::move(answer));
+    self->Answer(id, Json{{"ok", true}, {"result", static_cast<int64_t>(result)}});
     return;
   }
   if (!PostMessageW(main_window, *message, wparam, lparam)) {
@@ -308,7 +304,7 @@ void ControlProtocol::HandleWindowMessage(const JsonValue& id, const JsonValue& 
   runner_->Post([self = shared_from_this(), id, buffers] { self->AnswerOk(id); });
 }
 
-void ControlProtocol::DestroyMainWindow(const JsonValue& id) {
+void ControlProtocol::DestroyMainWindow(const Json& id) {
   HWND main_window = engine_->MainWindow();
   if (main_window == nullptr) {
     AnswerFailure(id, "there is no main window");
@@ -327,28 +323,26 @@ void ControlProtocol::DestroyMainWindow(const JsonValue& id) {
   });
 }
 
-JsonValue ControlProtocol::DescribeMainWindow() const {
-  JsonValue answer = JsonValue::MakeObject();
-  answer.Set("ok", true);
+Json ControlProtocol::DescribeMainWindow() const {
+  Json answer = Json::object();
+  answer["ok"] = true;
   HWND main_window = engine_->MainWindow();
-  answer.Set("exists", main_window != nullptr);
+  answer["exists"] = main_window != nullptr;
   if (main_window != nullptr) {
     RECT window_rect = {};
     GetWindowRect(main_window, &window_rect);
     RECT client = {};
     GetClientRect(main_window, &client);
-    answer.Set("visible", IsWindowVisible(main_window) != FALSE);
-    answer.Set("rect", Rect(window_rect));
-    answer.Set("clientSize", JsonValue(JsonValue::Array{JsonValue(client.right - client.left),
-                                                        JsonValue(client.bottom - client.top)}));
-    answer.Set("title", WindowText(main_window));
-    answer.Set("className", ClassName(main_window));
-    answer.Set("dpi", JsonValue(DpiForWindow(main_window)));
-    answer.Set("hwnd", JsonValue(static_cast<unsigned long long>(
-                           reinterpret_cast<uintptr_t>(main_window))));
-    answer.Set("minimized", IsIconic(main_window) != FALSE);
-    answer.Set("maximized", IsZoomed(main_window) != FALSE);
-    answer.Set("foreground", GetForegroundWindow() == main_window);
+    answer["visible"] = IsWindowVisible(main_window) != FALSE;
+    answer["rect"] = Rect(window_rect);
+    answer["clientSize"] = Json::array({client.right - client.left, client.bottom - client.top});
+    answer["title"] = WindowText(main_window);
+    answer["className"] = ClassName(main_window);
+    answer["dpi"] = DpiForWindow(main_window);
+    answer["hwnd"] = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(main_window));
+    answer["minimized"] = IsIconic(main_window) != FALSE;
+    answer["maximized"] = IsZoomed(main_window) != FALSE;
+    answer["foreground"] = GetForegroundWindow() == main_window;
   }
   HWND view = engine_->ViewWindow();
   if (view != nullptr) {
@@ -357,11 +351,11 @@ JsonValue ControlProtocol::DescribeMainWindow() const {
     if (main_window != nullptr) {
       MapWindowPoints(HWND_DESKTOP, main_window, reinterpret_cast<POINT*>(&view_rect), 2);
     }
-    JsonValue view_info = JsonValue::MakeObject();
-    view_info.Set("visible", IsWindowVisible(view) != FALSE);
-    view_info.Set("rect", Rect(view_rect));
-    view_info.Set("className", ClassName(view));
-    answer.Set("view", std::move(view_info));
+    Json view_info = Json::object();
+    view_info["visible"] = IsWindowVisible(view) != FALSE;
+    view_info["rect"] = Rect(view_rect);
+    view_info["className"] = ClassName(view);
+    answer["view"] = std::move(view_info);
   }
   return answer;
 }
@@ -377,11 +371,11 @@ void ControlProtocol::OnResponse(uint64_t token, const uint8_t* data, size_t siz
     call = std::move(pending->second);
     pending_calls_.erase(pending);
   }
-  JsonValue answer;
+  Json answer;
   if (call.raw) {
-    answer = JsonValue::MakeObject();
-    answer.Set("reply", "raw");
-    answer.Set("raw", size == 0 ? std::string() : Base64Encode(data, size));
+    answer = Json::object();
+    answer["reply"] = "raw";
+    answer["raw"] = size == 0 ? std::string() : Base64Encode(data, size);
   } else {
     answer = ReplyToJson(data, size);
   }
@@ -395,33 +389,26 @@ void ControlProtocol::OnHostMessage(const std::string& channel, const uint8_t* d
     std::lock_guard<std::mutex> lock(mutex_);
     event_channel = event_channels_.count(channel) != 0;
   }
-  JsonValue event = HostMessageToJson(channel, data, size, event_channel);
+  Json event = HostMessageToJson(channel, data, size, event_channel);
   if (awaits_reply) {
-    event.Set("awaitsReply", true);
+    event["awaitsReply"] = true;
   }
   SendEvent(event);
 }
 
-void ControlProtocol::Answer(const JsonValue& id, JsonValue answer) {
-  JsonValue line = JsonValue::MakeObject();
-  line.Set("id", id);
-  for (const JsonValue::Member& member : answer.AsObject()) {
-    line.Set(member.first, member.second);
+void ControlProtocol::Answer(const Json& id, Json answer) {
+  Json line = Json::object();
+  line["id"] = id;
+  for (auto& member : answer.items()) {
+    line[member.key()] = std::move(member.value());
   }
-  connection_->WriteLine(line.Serialize());
+  connection_->WriteLine(JsonLine(line));
 }
 
-void ControlProtocol::AnswerOk(const JsonValue& id) {
-  JsonValue answer = JsonValue::MakeObject();
-  answer.Set("ok", true);
-  Answer(id, std::move(answer));
-}
+void ControlProtocol::AnswerOk(const Json& id) { Answer(id, Json{{"ok", true}}); }
 
-void ControlProtocol::AnswerFailure(const JsonValue& id, const std::string& error) {
-  JsonValue answer = JsonValue::MakeObject();
-  answer.Set("ok", false);
-  answer.Set("error", error);
-  Answer(id, std::move(answer));
+void ControlProtocol::AnswerFailure(const Json& id, const std::string& error) {
+  Answer(id, Json{{"ok", false}, {"error", error}});
 }
 
 }  // namespace kestrun_headless

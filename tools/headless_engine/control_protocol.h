@@ -21,7 +21,7 @@
 
 #include "engine_control.h"
 #include "headless_messenger.h"
-#include "json_value.h"
+#include "encodable_json.h"
 #include "line_connection.h"
 #include "messenger_outlet.h"
 #include "platform_task_runner.h"
@@ -50,7 +50,7 @@ class ControlProtocol : public MessengerOutlet,
   void Stop();
 
   // Any thread.
-  void SendEvent(const JsonValue& event);
+  void SendEvent(const Json& event);
 
   // MessengerOutlet (any thread).
   void OnResponse(uint64_t token, const uint8_t* data, size_t size) override;
@@ -66,16 +66,16 @@ class ControlProtocol : public MessengerOutlet,
   void ReadLoop();
 
   // Platform thread.
-  void HandleOperation(const JsonValue& operation);
-  void DeliverCall(const JsonValue& id, const JsonValue& operation, const std::string& op);
-  void DeliverRaw(const JsonValue& id, const JsonValue& operation);
-  void HandleWindowMessage(const JsonValue& id, const JsonValue& operation, bool send);
-  void DestroyMainWindow(const JsonValue& id);
-  JsonValue DescribeMainWindow() const;
+  void HandleOperation(const Json& operation);
+  void DeliverCall(const Json& id, const Json& operation, const std::string& op);
+  void DeliverRaw(const Json& id, const Json& operation);
+  void HandleWindowMessage(const Json& id, const Json& operation, bool send);
+  void DestroyMainWindow(const Json& id);
+  Json DescribeMainWindow() const;
 
-  void Answer(const JsonValue& id, JsonValue answer);
-  void AnswerOk(const JsonValue& id);
-  void AnswerFailure(const JsonValue& id, const std::string& error);
+  void Answer(const Json& id, Json answer);
+  void AnswerOk(const Json& id);
+  void AnswerFailure(const Json& id, const std::string& error);
 
   // Declared first so that Winsock outlives the connection.
   std::unique_ptr<WinsockLibrary> winsock_;
@@ -89,7 +89,7 @@ class ControlProtocol : public MessengerOutlet,
   uint64_t next_token_ = 1;
 
   struct PendingCall {
-    JsonValue id;
+    Json id;
     bool raw = false;  // answer with the reply's bytes rather than decoding them
   };
   mutable std::mutex mutex_;

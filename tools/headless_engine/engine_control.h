@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-#include "json_value.h"
+#include "encodable_json.h"
 
 namespace kestrun_headless {
 
@@ -17,7 +17,7 @@ class EngineControl {
   // The view's own window; null without a view.
   virtual HWND ViewWindow() const = 0;
   // The engine's properties and counters as the "engine" operation reports them.
-  virtual JsonValue DescribeEngine() const = 0;
+  virtual Json DescribeEngine() const = 0;
   // Lets frames be rendered again when they were held.
   virtual void ReleaseFrame() = 0;
 };

@@ -1,5 +1,5 @@
 // The exported C API of the headless flutter_windows.dll: every function of
-// platform_channels/engine_api/flutter_windows.def, as thin calls into the engine's classes.
+// foreign_interfaces/flutter_engine/flutter_windows.def, as thin calls into the engine's classes.
 // Null handles are logged and answered with the function's neutral result.
 #include <flutter_windows.h>
 

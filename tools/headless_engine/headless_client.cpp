@@ -30,7 +30,8 @@ namespace {
 using kestrun_headless::ClientScript;
 using kestrun_headless::HeadlessEvent;
 using kestrun_headless::HeadlessSession;
-using kestrun_headless::JsonValue;
+using kestrun_headless::Json;
+using kestrun_headless::JsonLine;
 using kestrun_headless::SessionOptions;
 using kestrun_headless::WideToUtf8;
 
@@ -121,9 +122,7 @@ class Printer {
   void Record(const std::string& command) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (transcript_.is_open()) {
-      JsonValue entry = JsonValue::MakeObject();
-      entry.Set("command", command);
-      transcript_ << entry.Serialize() << '\n';
+      transcript_ << JsonLine(Json{{"command", command}}) << '\n';
       transcript_.flush();
     }
   }
@@ -167,12 +166,10 @@ int main() {
 
   HeadlessSession session;
   session.SetEventObserver([&printer](const HeadlessEvent& event) {
-    printer.Print(event.json.Serialize());
+    printer.Print(JsonLine(event.json));
   });
   if (!session.Start(options->session)) {
-    JsonValue error = JsonValue::MakeObject();
-    error.Set("clientError", session.last_error());
-    printer.Print(error.Serialize());
+    printer.Print(JsonLine(Json{{"clientError", session.last_error()}}));
     // A program that started and exited by itself still tells its exit code.
     std::optional<uint32_t> code = session.WaitForExit(std::chrono::milliseconds(0));
     return code ? static_cast<int>(*code) : kUsageExitCode;
@@ -194,9 +191,8 @@ int main() {
     code = session.WaitForExit(options->exit_timeout);
   }
   if (!code) {
-    JsonValue error = JsonValue::MakeObject();
-    error.Set("clientError", "the program still runs after the commands; ending it");
-    printer.Print(error.Serialize());
+    printer.Print(
+        JsonLine(Json{{"clientError", "the program still runs after the commands; ending it"}}));
     session.Kill(1);
     code = 1;
   }

@@ -15,11 +15,7 @@ std::atomic<bool> g_control_claimed{false};
 
 std::wstring WideOrEmpty(const wchar_t* text) { return text != nullptr ? text : L""; }
 
-JsonValue Event(const char* name) {
-  JsonValue event = JsonValue::MakeObject();
-  event.Set("event", name);
-  return event;
-}
+Json Event(const char* name) { return Json{{"event", name}}; }
 
 }  // namespace
 
@@ -35,8 +31,8 @@ std::unique_ptr<HeadlessEngine> HeadlessEngine::Create(
     EngineLog(runner ? "engine creation fails as KESTRUN_HEADLESS_FAIL=engine asks"
                      : "engine creation failed: no platform task window");
     if (control) {
-      JsonValue event = Event("failureInjected");
-      event.Set("what", "engine");
+      Json event = Event("failureInjected");
+      event["what"] = "engine";
       control->SendEvent(event);
       control->Stop();
     }
@@ -228,32 +224,26 @@ HWND HeadlessEngine::MainWindow() const {
 
 HWND HeadlessEngine::ViewWindow() const { return view_ != nullptr ? view_->window() : nullptr; }
 
-JsonValue HeadlessEngine::DescribeEngine() const {
-  JsonValue answer = JsonValue::MakeObject();
-  answer.Set("ok", true);
-  answer.Set("assetsPath", WideToUtf8(assets_path_));
-  answer.Set("icuDataPath", WideToUtf8(icu_data_path_));
-  answer.Set("aotLibraryPath", WideToUtf8(aot_library_path_));
-  answer.Set("dartEntrypoint", dart_entrypoint_);
-  JsonValue::Array arguments;
-  for (const std::string& argument : entrypoint_arguments_) {
-    arguments.emplace_back(argument);
-  }
-  answer.Set("arguments", JsonValue(std::move(arguments)));
-  answer.Set("gpuPreference", gpu_preference_);
-  answer.Set("uiThreadPolicy", ui_thread_policy_);
-  answer.Set("running", running_);
-  answer.Set("hasView", view_ != nullptr);
-  answer.Set("topLevelDelegates", JsonValue(static_cast<unsigned long long>(
-                                      registrar_.delegate_count())));
-  answer.Set("textures", JsonValue(static_cast<unsigned long long>(
-                             texture_registrar_->texture_count())));
-  answer.Set("framesHeld", frames_held_);
-  answer.Set("framesRendered", JsonValue(static_cast<long long>(frames_rendered_)));
-  answer.Set("frameCallbacksRun", JsonValue(static_cast<long long>(frame_callbacks_run_)));
-  answer.Set("nextFrameCallbackPending", next_frame_callback_ != nullptr);
-  answer.Set("forcedRedraws", JsonValue(static_cast<long long>(forced_redraws_)));
-  answer.Set("fontReloads", JsonValue(static_cast<long long>(font_reloads_)));
+Json HeadlessEngine::DescribeEngine() const {
+  Json answer = Json::object();
+  answer["ok"] = true;
+  answer["assetsPath"] = WideToUtf8(assets_path_);
+  answer["icuDataPath"] = WideToUtf8(icu_data_path_);
+  answer["aotLibraryPath"] = WideToUtf8(aot_library_path_);
+  answer["dartEntrypoint"] = dart_entrypoint_;
+  answer["arguments"] = entrypoint_arguments_;
+  answer["gpuPreference"] = gpu_preference_;
+  answer["uiThreadPolicy"] = ui_thread_policy_;
+  answer["running"] = running_;
+  answer["hasView"] = view_ != nullptr;
+  answer["topLevelDelegates"] = static_cast<uint64_t>(registrar_.delegate_count());
+  answer["textures"] = static_cast<uint64_t>(texture_registrar_->texture_count());
+  answer["framesHeld"] = frames_held_;
+  answer["framesRendered"] = frames_rendered_;
+  answer["frameCallbacksRun"] = frame_callbacks_run_;
+  answer["nextFrameCallbackPending"] = next_frame_callback_ != nullptr;
+  answer["forcedRedraws"] = forced_redraws_;
+  answer["fontReloads"] = font_reloads_;
   return answer;
 }
 

@@ -81,7 +81,7 @@ class HeadlessEngine : public EngineControl, public ViewPaintListener {
   // EngineControl
   HWND MainWindow() const override;
   HWND ViewWindow() const override;
-  JsonValue DescribeEngine() const override;
+  Json DescribeEngine() const override;
   void ReleaseFrame() override;
 
   // ViewPaintListener

@@ -29,59 +29,71 @@ DWORD WaitMilliseconds(Clock::time_point deadline) {
   return static_cast<DWORD>(std::clamp<long long>(left.count(), 0, 0x7FFFFFFF));
 }
 
-HeadlessEvent EventFromJson(JsonValue json) {
+// Lenient readers of the engine's lines: a member that is missing or of another kind reads as
+// empty, false or zero.
+std::string TextOf(const Json& object, const std::string& key) {
+  const Json& member = JsonMember(object, key);
+  return member.is_string() ? member.get<std::string>() : std::string();
+}
+
+bool FlagOf(const Json& object, const std::string& key) {
+  const Json& member = JsonMember(object, key);
+  return member.is_boolean() && member.get<bool>();
+}
+
+HeadlessEvent EventFromJson(Json json) {
   HeadlessEvent event;
-  event.type = json["event"].AsString();
-  event.channel = json["channel"].AsString();
-  event.method = json["method"].AsString();
+  event.type = TextOf(json, "event");
+  event.channel = TextOf(json, "channel");
+  event.method = TextOf(json, "method");
   if (event.type == "message") {
-    event.value = ToEncodable(json["args"]);
+    event.value = ToEncodable(JsonMember(json, "args"));
   } else if (event.type == "stream") {
-    event.value = ToEncodable(json["value"]);
+    event.value = ToEncodable(JsonMember(json, "value"));
   } else if (event.type == "streamError") {
-    event.error_code = json["code"].AsString();
-    event.error_message = json["message"].AsString();
-    event.value = ToEncodable(json["details"]);
+    event.error_code = TextOf(json, "code");
+    event.error_message = TextOf(json, "message");
+    event.value = ToEncodable(JsonMember(json, "details"));
   }
   event.json = std::move(json);
   return event;
 }
 
-Reply ReplyFromAnswer(const std::optional<JsonValue>& answer, const std::string& failure) {
+Reply ReplyFromAnswer(const std::optional<Json>& answer, const std::string& failure) {
   Reply reply;
   if (!answer) {
     reply.failure = failure;
     return reply;
   }
   reply.json = *answer;
-  const std::string& kind = (*answer)["reply"].AsString();
+  const std::string kind = TextOf(*answer, "reply");
   std::string error;
   if (kind == "success") {
-    if (!JsonToEncodable((*answer)["value"], &reply.value, &error)) {
+    if (!JsonToEncodable(JsonMember(*answer, "value"), &reply.value, &error)) {
       reply.failure = "reply value: " + error;
       return reply;
     }
     reply.kind = ReplyKind::kSuccess;
   } else if (kind == "error") {
     reply.kind = ReplyKind::kError;
-    reply.error_code = (*answer)["code"].AsString();
-    reply.error_message = (*answer)["message"].AsString();
-    if (!JsonToEncodable((*answer)["details"], &reply.error_details, &error)) {
+    reply.error_code = TextOf(*answer, "code");
+    reply.error_message = TextOf(*answer, "message");
+    if (!JsonToEncodable(JsonMember(*answer, "details"), &reply.error_details, &error)) {
       reply.kind = ReplyKind::kFailed;
       reply.failure = "error details: " + error;
     }
   } else if (kind == "notImplemented") {
     reply.kind = ReplyKind::kNotImplemented;
-  } else if (answer->Has("error")) {
-    reply.failure = (*answer)["error"].AsString();
+  } else if (answer->contains("error")) {
+    reply.failure = TextOf(*answer, "error");
   } else {
-    reply.failure = "unexpected answer " + answer->Serialize();
+    reply.failure = "unexpected answer " + JsonLine(*answer);
   }
   return reply;
 }
 
-bool AnswerOk(const std::optional<JsonValue>& answer) {
-  return answer && (*answer)["ok"].AsBool();
+bool AnswerOk(const std::optional<Json>& answer) {
+  return answer && FlagOf(*answer, "ok");
 }
 
 }  // namespace
@@ -189,8 +201,8 @@ class HeadlessSession::Impl {
     return true;
   }
 
-  std::optional<JsonValue> Request(JsonValue operation, std::chrono::milliseconds timeout) {
-    if (!operation.IsObject() || !operation["op"].IsString()) {
+  std::optional<Json> Request(Json operation, std::chrono::milliseconds timeout) {
+    if (!operation.is_object() || !JsonMember(operation, "op").is_string()) {
       Fail("an operation is an object with a string \"op\"");
       return std::nullopt;
     }
@@ -201,22 +213,22 @@ class HeadlessSession::Impl {
         last_error_ = "not connected to the engine";
         return std::nullopt;
       }
-      if (!operation.Has("id")) {
-        JsonValue with_id = JsonValue::MakeObject();
-        with_id.Set("id", JsonValue(next_id_++));
-        for (const JsonValue::Member& member : operation.AsObject()) {
-          with_id.Set(member.first, member.second);
+      if (!operation.contains("id")) {
+        Json with_id = Json::object();
+        with_id["id"] = next_id_++;
+        for (auto& member : operation.items()) {
+          with_id[member.key()] = std::move(member.value());
         }
         operation = std::move(with_id);
       }
-      key = operation["id"].Serialize();
+      key = JsonLine(operation["id"]);
       if (answers_.count(key) != 0) {
         last_error_ = "a request with id " + key + " is still waiting";
         return std::nullopt;
       }
       answers_[key] = std::nullopt;
     }
-    if (!connection_->WriteLine(operation.Serialize())) {
+    if (!connection_->WriteLine(JsonLine(operation))) {
       std::lock_guard<std::mutex> lock(mutex_);
       answers_.erase(key);
       last_error_ = "the connection to the engine is closed";
@@ -226,13 +238,13 @@ class HeadlessSession::Impl {
     const Clock::time_point deadline = Clock::now() + timeout;
     changed_.wait_until(lock, deadline,
                         [&] { return answers_[key].has_value() || !connected_; });
-    std::optional<JsonValue> answer = std::move(answers_[key]);
+    std::optional<Json> answer = std::move(answers_[key]);
     answers_.erase(key);
     if (!answer) {
-      last_error_ = connected_ ? "no answer to " + operation["op"].AsString() + " within " +
+      last_error_ = connected_ ? "no answer to " + TextOf(operation, "op") + " within " +
                                      std::to_string(timeout.count()) + " ms"
                                : "the connection closed before the answer to " +
-                                     operation["op"].AsString();
+                                     TextOf(operation, "op");
     }
     return answer;
   }
@@ -314,18 +326,18 @@ class HeadlessSession::Impl {
     std::string line;
     while (connection_->ReadLine(&line)) {
       std::string error;
-      std::optional<JsonValue> json = JsonValue::Parse(line, &error);
-      if (!json || !json->IsObject()) {
-        JsonValue invalid = JsonValue::MakeObject();
-        invalid.Set("event", "invalidLine");
-        invalid.Set("line", line);
-        invalid.Set("error", json ? std::string("not an object") : error);
+      std::optional<Json> json = ParseJsonLine(line, &error);
+      if (!json || !json->is_object()) {
+        Json invalid = Json::object();
+        invalid["event"] = "invalidLine";
+        invalid["line"] = line;
+        invalid["error"] = json ? std::string("not an object") : error;
         AddEvent(EventFromJson(std::move(invalid)));
         continue;
       }
-      if (!json->Has("event") && json->Has("id")) {
+      if (!json->contains("event") && json->contains("id")) {
         std::lock_guard<std::mutex> lock(mutex_);
-        auto waiting = answers_.find((*json)["id"].Serialize());
+        auto waiting = answers_.find(JsonLine((*json)["id"]));
         if (waiting != answers_.end()) {
           waiting->second = std::move(*json);
           changed_.notify_all();
@@ -337,9 +349,7 @@ class HeadlessSession::Impl {
     // The engine closed its side (or the session is ending): close ours so the engine's reader
     // sees the end as well.
     connection_->Shutdown();
-    JsonValue disconnected = JsonValue::MakeObject();
-    disconnected.Set("event", "disconnected");
-    HeadlessEvent event = EventFromJson(std::move(disconnected));
+    HeadlessEvent event = EventFromJson(Json{{"event", "disconnected"}});
     NotifyObserver(event);
     std::lock_guard<std::mutex> lock(mutex_);
     connected_ = false;
@@ -384,7 +394,7 @@ class HeadlessSession::Impl {
   bool reader_finished_ = false;
   int64_t next_id_ = 1;
   // Answers by the text of their request's id; empty while awaited.
-  std::map<std::string, std::optional<JsonValue>> answers_;
+  std::map<std::string, std::optional<Json>> answers_;
   std::deque<HeadlessEvent> queue_;
   std::deque<HeadlessEvent> history_;
   std::shared_ptr<std::function<void(const HeadlessEvent&)>> observer_;
@@ -406,7 +416,7 @@ uint32_t HeadlessSession::process_id() const { return impl_->process_.id(); }
 Reply HeadlessSession::Invoke(const std::string& channel, const std::string& method,
                               const flutter::EncodableValue& arguments,
                               std::chrono::milliseconds timeout) {
-  JsonValue json;
+  Json json;
   std::string error;
   if (!EncodableToJson(arguments, &json, &error)) {
     Reply reply;
@@ -417,33 +427,30 @@ Reply HeadlessSession::Invoke(const std::string& channel, const std::string& met
 }
 
 Reply HeadlessSession::InvokeJson(const std::string& channel, const std::string& method,
-                                  const JsonValue& arguments, std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "invoke");
-  operation.Set("channel", channel);
-  operation.Set("method", method);
-  operation.Set("args", arguments);
-  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+                                  const Json& arguments, std::chrono::milliseconds timeout) {
+  Json operation = Json{{"op", "invoke"}};
+  operation["channel"] = channel;
+  operation["method"] = method;
+  operation["args"] = arguments;
+  std::optional<Json> answer = Request(std::move(operation), timeout);
   return ReplyFromAnswer(answer, impl_->last_error());
 }
 
 Reply HeadlessSession::Listen(const std::string& channel, const flutter::EncodableValue& arguments,
                               std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "listen");
-  operation.Set("channel", channel);
-  operation.Set("args", ToJson(arguments));
-  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  Json operation = Json{{"op", "listen"}};
+  operation["channel"] = channel;
+  operation["args"] = ToJson(arguments);
+  std::optional<Json> answer = Request(std::move(operation), timeout);
   return ReplyFromAnswer(answer, impl_->last_error());
 }
 
 Reply HeadlessSession::Cancel(const std::string& channel, const flutter::EncodableValue& arguments,
                               std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "cancel");
-  operation.Set("channel", channel);
-  operation.Set("args", ToJson(arguments));
-  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  Json operation = Json{{"op", "cancel"}};
+  operation["channel"] = channel;
+  operation["args"] = ToJson(arguments);
+  std::optional<Json> answer = Request(std::move(operation), timeout);
   return ReplyFromAnswer(answer, impl_->last_error());
 }
 
@@ -478,35 +485,29 @@ void HeadlessSession::SetEventObserver(std::function<void(const HeadlessEvent&)>
 
 namespace {
 
-JsonValue WindowMessageOperation(const char* op, JsonValue message, uint64_t wparam,
-                                 int64_t lparam) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", op);
-  operation.Set("message", std::move(message));
-  operation.Set("wparam", JsonValue(static_cast<unsigned long long>(wparam)));
-  operation.Set("lparam", JsonValue(static_cast<long long>(lparam)));
-  return operation;
+Json WindowMessageOperation(const char* op, Json message, uint64_t wparam, int64_t lparam) {
+  return Json{{"op", op}, {"message", std::move(message)}, {"wparam", wparam}, {"lparam", lparam}};
 }
 
 }  // namespace
 
 bool HeadlessSession::PostWindowMessage(const std::string& message, uint64_t wparam,
                                         int64_t lparam, std::chrono::milliseconds timeout) {
-  std::optional<JsonValue> answer =
-      Request(WindowMessageOperation("post", JsonValue(message), wparam, lparam), timeout);
+  std::optional<Json> answer =
+      Request(WindowMessageOperation("post", Json(message), wparam, lparam), timeout);
   if (answer && !AnswerOk(answer)) {
-    impl_->Fail((*answer)["error"].AsString());
+    impl_->Fail(TextOf(*answer, "error"));
   }
   return AnswerOk(answer);
 }
 
 bool HeadlessSession::PostWindowMessage(uint32_t message, uint64_t wparam, int64_t lparam,
                                         std::chrono::milliseconds timeout) {
-  std::optional<JsonValue> answer = Request(
-      WindowMessageOperation("post", JsonValue(static_cast<long long>(message)), wparam, lparam),
+  std::optional<Json> answer = Request(
+      WindowMessageOperation("post", Json(message), wparam, lparam),
       timeout);
   if (answer && !AnswerOk(answer)) {
-    impl_->Fail((*answer)["error"].AsString());
+    impl_->Fail(TextOf(*answer, "error"));
   }
   return AnswerOk(answer);
 }
@@ -514,96 +515,95 @@ bool HeadlessSession::PostWindowMessage(uint32_t message, uint64_t wparam, int64
 std::optional<int64_t> HeadlessSession::SendWindowMessage(const std::string& message,
                                                           uint64_t wparam, int64_t lparam,
                                                           std::chrono::milliseconds timeout) {
-  std::optional<JsonValue> answer =
-      Request(WindowMessageOperation("send", JsonValue(message), wparam, lparam), timeout);
+  std::optional<Json> answer =
+      Request(WindowMessageOperation("send", Json(message), wparam, lparam), timeout);
   if (!AnswerOk(answer)) {
-    if (answer) impl_->Fail((*answer)["error"].AsString());
+    if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  return (*answer)["result"].AsInteger();
+  return JsonInteger(JsonMember(*answer, "result"));
 }
 
 std::optional<int64_t> HeadlessSession::SendWindowMessage(uint32_t message, uint64_t wparam,
                                                           int64_t lparam,
                                                           std::chrono::milliseconds timeout) {
-  std::optional<JsonValue> answer = Request(
-      WindowMessageOperation("send", JsonValue(static_cast<long long>(message)), wparam, lparam),
+  std::optional<Json> answer = Request(
+      WindowMessageOperation("send", Json(message), wparam, lparam),
       timeout);
   if (!AnswerOk(answer)) {
-    if (answer) impl_->Fail((*answer)["error"].AsString());
+    if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  return (*answer)["result"].AsInteger();
+  return JsonInteger(JsonMember(*answer, "result"));
 }
 
 std::optional<MainWindowState> HeadlessSession::MainWindowInfo(std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "window");
-  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  Json operation = Json{{"op", "window"}};
+  std::optional<Json> answer = Request(std::move(operation), timeout);
   if (!AnswerOk(answer)) {
-    if (answer) impl_->Fail((*answer)["error"].AsString());
+    if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  const JsonValue& json = *answer;
+  const Json& json = *answer;
   MainWindowState state;
-  state.exists = json["exists"].AsBool();
-  state.visible = json["visible"].AsBool();
-  const JsonValue::Array& rect = json["rect"].AsArray();
-  if (rect.size() == 4) {
-    state.left = rect[0].AsInteger();
-    state.top = rect[1].AsInteger();
-    state.right = rect[2].AsInteger();
-    state.bottom = rect[3].AsInteger();
+  state.exists = FlagOf(json, "exists");
+  state.visible = FlagOf(json, "visible");
+  const Json& rect = JsonMember(json, "rect");
+  if (rect.is_array() && rect.size() == 4) {
+    state.left = JsonInteger(rect[0]);
+    state.top = JsonInteger(rect[1]);
+    state.right = JsonInteger(rect[2]);
+    state.bottom = JsonInteger(rect[3]);
   }
-  const JsonValue::Array& client = json["clientSize"].AsArray();
-  if (client.size() == 2) {
-    state.client_width = client[0].AsInteger();
-    state.client_height = client[1].AsInteger();
+  const Json& client = JsonMember(json, "clientSize");
+  if (client.is_array() && client.size() == 2) {
+    state.client_width = JsonInteger(client[0]);
+    state.client_height = JsonInteger(client[1]);
   }
-  state.title = json["title"].AsString();
-  state.class_name = json["className"].AsString();
-  state.dpi = static_cast<unsigned>(json["dpi"].AsInteger());
-  state.hwnd = static_cast<uint64_t>(json["hwnd"].AsInteger());
+  state.title = TextOf(json, "title");
+  state.class_name = TextOf(json, "className");
+  state.dpi = static_cast<unsigned>(JsonInteger(JsonMember(json, "dpi")));
+  state.hwnd = static_cast<uint64_t>(JsonInteger(JsonMember(json, "hwnd")));
   state.json = json;
   return state;
 }
 
 std::optional<EngineState> HeadlessSession::EngineInfo(std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "engine");
-  std::optional<JsonValue> answer = Request(std::move(operation), timeout);
+  Json operation = Json{{"op", "engine"}};
+  std::optional<Json> answer = Request(std::move(operation), timeout);
   if (!AnswerOk(answer)) {
-    if (answer) impl_->Fail((*answer)["error"].AsString());
+    if (answer) impl_->Fail(TextOf(*answer, "error"));
     return std::nullopt;
   }
-  const JsonValue& json = *answer;
+  const Json& json = *answer;
   EngineState state;
-  state.assets_path = json["assetsPath"].AsString();
-  state.icu_data_path = json["icuDataPath"].AsString();
-  state.aot_library_path = json["aotLibraryPath"].AsString();
-  state.dart_entrypoint = json["dartEntrypoint"].AsString();
-  for (const JsonValue& argument : json["arguments"].AsArray()) {
-    state.arguments.push_back(argument.AsString());
+  state.assets_path = TextOf(json, "assetsPath");
+  state.icu_data_path = TextOf(json, "icuDataPath");
+  state.aot_library_path = TextOf(json, "aotLibraryPath");
+  state.dart_entrypoint = TextOf(json, "dartEntrypoint");
+  const Json& arguments = JsonMember(json, "arguments");
+  if (arguments.is_array()) {
+    for (const Json& argument : arguments) {
+      state.arguments.push_back(argument.is_string() ? argument.get<std::string>() : std::string());
+    }
   }
-  state.running = json["running"].AsBool();
-  state.top_level_delegates = static_cast<int>(json["topLevelDelegates"].AsInteger());
+  state.running = FlagOf(json, "running");
+  state.top_level_delegates = static_cast<int>(JsonInteger(JsonMember(json, "topLevelDelegates")));
   state.json = json;
   return state;
 }
 
 bool HeadlessSession::ReleaseFrame(std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "releaseFrame");
+  Json operation = Json{{"op", "releaseFrame"}};
   return AnswerOk(Request(std::move(operation), timeout));
 }
 
 bool HeadlessSession::Sync(std::chrono::milliseconds timeout) {
-  JsonValue operation = JsonValue::MakeObject();
-  operation.Set("op", "sync");
+  Json operation = Json{{"op", "sync"}};
   return AnswerOk(Request(std::move(operation), timeout));
 }
 
-std::optional<JsonValue> HeadlessSession::Request(JsonValue operation,
+std::optional<Json> HeadlessSession::Request(Json operation,
                                                   std::chrono::milliseconds timeout) {
   return impl_->Request(std::move(operation), timeout);
 }

@@ -37,7 +37,7 @@
 #include <vector>
 
 #include "encodable_value.h"
-#include "json_value.h"
+#include "encodable_json.h"
 
 namespace kestrun_headless {
 
@@ -74,7 +74,7 @@ struct Reply {
   std::string error_message;      // kError
   flutter::EncodableValue error_details;  // kError (null when none)
   std::string failure;            // kFailed: why no reply came
-  JsonValue json;                 // the engine's answer as received (null when none came)
+  Json json;                 // the engine's answer as received (null when none came)
 
   bool ok() const { return kind == ReplyKind::kSuccess; }
 };
@@ -92,7 +92,7 @@ struct HeadlessEvent {
   flutter::EncodableValue value;
   std::string error_code;     // "streamError"
   std::string error_message;  // "streamError"
-  JsonValue json;             // the whole event line as received
+  Json json;             // the whole event line as received
 };
 
 struct MainWindowState {
@@ -104,7 +104,7 @@ struct MainWindowState {
   std::string class_name;
   unsigned dpi = 0;
   uint64_t hwnd = 0;
-  JsonValue json;  // the whole answer
+  Json json;  // the whole answer
 };
 
 struct EngineState {
@@ -115,7 +115,7 @@ struct EngineState {
   std::vector<std::string> arguments;  // Dart entry-point arguments as received
   bool running = false;
   int top_level_delegates = 0;   // window-procedure delegates registered on the engine
-  JsonValue json;                // the whole answer (more fields, see PROTOCOL.md)
+  Json json;                // the whole answer (more fields, see PROTOCOL.md)
 };
 
 class HeadlessSession {
@@ -143,9 +143,9 @@ class HeadlessSession {
   Reply Invoke(const std::string& channel, const std::string& method,
                const flutter::EncodableValue& arguments = flutter::EncodableValue(),
                std::chrono::milliseconds timeout = kDefaultTimeout);
-  // Same with the arguments in the JSON form (typed forms as in json_value.h).
+  // Same with the arguments in the JSON form (typed forms as in encodable_json.h).
   Reply InvokeJson(const std::string& channel, const std::string& method,
-                   const JsonValue& arguments,
+                   const Json& arguments,
                    std::chrono::milliseconds timeout = kDefaultTimeout);
 
   // Starts / stops listening to an event channel; answers the stream handler's reply. While
@@ -205,7 +205,7 @@ class HeadlessSession {
 
   // Sends one operation of the protocol (an object with "op"; an "id" is added when missing) and
   // answers the engine's answer line. For tools such as headless_client.
-  std::optional<JsonValue> Request(JsonValue operation,
+  std::optional<Json> Request(Json operation,
                                    std::chrono::milliseconds timeout = kDefaultTimeout);
 
   // The program's exit code once it has exited; nothing if it still runs after `timeout` or was

@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "live_output/video/mdk/mdk_c_api.h"
+#include "foreign_interfaces/mdk/mdk_c_api.h"
 
 namespace mdk {
 

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "live_output/video/mdk/mdk_c_api.h"
+#include "foreign_interfaces/mdk/mdk_c_api.h"
 #include "live_output/video/mdk/mdk_library.h"
 
 struct ID3D11DeviceContext;

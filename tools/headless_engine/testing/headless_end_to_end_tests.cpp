@@ -40,10 +40,10 @@ class EndToEndTest : public ::testing::Test {
     ASSERT_TRUE(session_.Start(options)) << session_.last_error();
   }
 
-  std::optional<JsonValue> Request(std::initializer_list<std::pair<const char*, const char*>> fields) {
-    JsonValue operation = JsonValue::MakeObject();
+  std::optional<Json> Request(std::initializer_list<std::pair<const char*, const char*>> fields) {
+    Json operation = Json::object();
     for (const auto& field : fields) {
-      operation.Set(field.first, field.second);
+      operation[field.first] = field.second;
     }
     return session_.Request(operation);
   }
@@ -66,23 +66,23 @@ TEST_F(EndToEndTest, CallsAreAnsweredAndBadOperationsRefusedWithTheReason) {
   EXPECT_EQ(session_.Invoke("kestrun.test/nobody", "echo").kind, ReplyKind::kNotImplemented);
 
   // Arguments that are no channel value are refused before reaching the program.
-  const Reply refused = session_.InvokeJson(kLive, "closeAll", *JsonValue::Parse(R"({"int32":"x"})"));
+  const Reply refused = session_.InvokeJson(kLive, "closeAll", Json{{"int32", "x"}});
   EXPECT_EQ(refused.kind, ReplyKind::kFailed);
   EXPECT_THAT(refused.failure, HasSubstr("args"));
-  std::optional<JsonValue> answer = Request({{"op", "bogus"}});
+  std::optional<Json> answer = Request({{"op", "bogus"}});
   ASSERT_TRUE(answer);
-  EXPECT_FALSE((*answer)["ok"].AsBool());
-  EXPECT_THAT((*answer)["error"].AsString(), HasSubstr("bogus"));
+  EXPECT_EQ((*answer)["ok"], false);
+  EXPECT_THAT((*answer)["error"].get<std::string>(), HasSubstr("bogus"));
   answer = Request({{"op", "invoke"}, {"method", "closeAll"}});
   ASSERT_TRUE(answer);
-  EXPECT_THAT((*answer)["error"].AsString(), HasSubstr("channel"));
+  EXPECT_THAT((*answer)["error"].get<std::string>(), HasSubstr("channel"));
   EXPECT_FALSE(session_.PostWindowMessage("WM_NO_SUCH_MESSAGE"));
   EXPECT_THAT(session_.last_error(), HasSubstr("message"));
   // Bytes that are no method call: the channel layer answers them empty.
   answer = Request({{"op", "sendRaw"}, {"channel", kLive}, {"raw", "/w=="}});
   ASSERT_TRUE(answer);
-  EXPECT_EQ((*answer)["reply"].AsString(), "raw");
-  EXPECT_EQ((*answer)["raw"].AsString(), "");
+  EXPECT_EQ((*answer)["reply"], "raw");
+  EXPECT_EQ((*answer)["raw"], "");
   // The engine still serves calls afterwards.
   EXPECT_TRUE(session_.Invoke(kLive, "closeAll").ok());
 }
@@ -100,9 +100,9 @@ TEST_F(EndToEndTest, StreamsAreListenedToAndCancelledOnce) {
 
 TEST_F(EndToEndTest, TheEngineSaysGoodbyeWhenTheProgramEnds) {
   Start();
-  std::optional<JsonValue> answer = Request({{"op", "destroyWindow"}});
+  std::optional<Json> answer = Request({{"op", "destroyWindow"}});
   ASSERT_TRUE(answer) << session_.last_error();
-  EXPECT_TRUE((*answer)["ok"].AsBool());
+  EXPECT_EQ((*answer)["ok"], true);
   ASSERT_TRUE(session_.WaitForEvent([](const HeadlessEvent& e) { return e.type == "shutdown"; }));
   ASSERT_TRUE(
       session_.WaitForEvent([](const HeadlessEvent& e) { return e.type == "disconnected"; }));

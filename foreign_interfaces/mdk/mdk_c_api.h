@@ -7,8 +7,8 @@
 // Callbacks are passed by value as { function, opaque } records; a record whose opaque pointer is
 // null means "no callback" (and removes one that was registered).
 
-#ifndef KESTRUN_LIVE_OUTPUT_VIDEO_MDK_MDK_C_API_H_
-#define KESTRUN_LIVE_OUTPUT_VIDEO_MDK_MDK_C_API_H_
+#ifndef KESTRUN_FOREIGN_INTERFACES_MDK_MDK_C_API_H_
+#define KESTRUN_FOREIGN_INTERFACES_MDK_MDK_C_API_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -232,4 +232,4 @@ static_assert(sizeof(mdkSeekCallback) == 16, "callback records are two pointers"
 static_assert(sizeof(MDK_State) == 4 && sizeof(MDK_MediaStatus) == 4, "enums are 32-bit");
 #endif
 
-#endif  // KESTRUN_LIVE_OUTPUT_VIDEO_MDK_MDK_C_API_H_
+#endif  // KESTRUN_FOREIGN_INTERFACES_MDK_MDK_C_API_H_

@@ -3,11 +3,11 @@
 // __stdcall methods, no data members). Methods we never call are still declared, so that every
 // later slot keeps its place.
 //
-// The loader (WebView2Loader.dll) is not linked: webview2_loader.h resolves its one entry point at
-// run time.
+// The loader (WebView2Loader.dll) is not linked: embedded_webview/webview2_loader.h resolves its
+// one entry point at run time.
 
-#ifndef KESTRUN_EMBEDDED_WEBVIEW_WEBVIEW2_API_H_
-#define KESTRUN_EMBEDDED_WEBVIEW_WEBVIEW2_API_H_
+#ifndef KESTRUN_FOREIGN_INTERFACES_WEBVIEW2_WEBVIEW2_API_H_
+#define KESTRUN_FOREIGN_INTERFACES_WEBVIEW2_WEBVIEW2_API_H_
 
 #include <windows.h>
 #include <objidl.h>
@@ -420,4 +420,4 @@ using CreateCoreWebView2EnvironmentWithOptionsFunction = HRESULT(STDAPICALLTYPE*
 
 }  // namespace webview2
 
-#endif  // KESTRUN_EMBEDDED_WEBVIEW_WEBVIEW2_API_H_
+#endif  // KESTRUN_FOREIGN_INTERFACES_WEBVIEW2_WEBVIEW2_API_H_
