@@ -25,6 +25,7 @@
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
 #include "secondary_window.h"
+#include "session_lock.h"
 #include "standard_method_codec.h"
 
 namespace kestrun_shell {
@@ -207,6 +208,13 @@ TEST_F(FlutterWindowTest, CloseAndSessionMessagesBecomeEventsThatPluginsNeverSee
   EXPECT_EQ(SendMessageW(Handle(), WM_WTSSESSION_CHANGE, 1, 0), 0);  // console connect: nothing
   EXPECT_THAT(NativeWindowEvents(),
               ElementsAre("closeRequested", "sessionLocked", "sessionUnlocked"));
+  // "isSessionLocked" tests afresh whatever the notifications said last.
+  for (WPARAM code : {WPARAM{7}, WPARAM{8}}) {
+    SendMessageW(Handle(), WM_WTSSESSION_CHANGE, code, 0);
+    const Reply locked = CallMethod(messenger_, "kestrun/native_window", "isSessionLocked");
+    ASSERT_TRUE(locked.success.has_value()) << code;
+    EXPECT_EQ(std::get<bool>(*locked.success), IsSessionLocked()) << code;
+  }
 
   EXPECT_EQ(SendMessageW(Handle(), WM_QUERYENDSESSION, 0, 0), 1);
   EXPECT_EQ(SendMessageW(Handle(), WM_ENDSESSION, 0, 0), 0);  // cancelled: no marker either
