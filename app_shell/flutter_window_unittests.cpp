@@ -25,6 +25,7 @@
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
 #include "secondary_window.h"
+#include "session_lock.h"
 #include "standard_method_codec.h"
 
 namespace kestrun_shell {
@@ -207,6 +208,14 @@ TEST_F(FlutterWindowTest, CloseAndSessionMessagesBecomeEventsThatPluginsNeverSee
   EXPECT_EQ(SendMessageW(Handle(), WM_WTSSESSION_CHANGE, 1, 0), 0);  // console connect: nothing
   EXPECT_THAT(NativeWindowEvents(),
               ElementsAre("closeRequested", "sessionLocked", "sessionUnlocked"));
+  // "isSessionLocked" tests afresh whatever the notifications said last.
+  auto ask = [this](const char* method) {
+    return std::get<bool>(CallMethod(messenger_, "kestrun/native_window", method).success.value());
+  };
+  for (WPARAM code : {WPARAM{7}, WPARAM{8}}) {
+    SendMessageW(Handle(), WM_WTSSESSION_CHANGE, code, 0);
+    EXPECT_EQ(ask("isSessionLocked"), IsSessionLocked()) << code;
+  }
 
   EXPECT_EQ(SendMessageW(Handle(), WM_QUERYENDSESSION, 0, 0), 1);
   EXPECT_EQ(SendMessageW(Handle(), WM_ENDSESSION, 0, 0), 0);  // cancelled: no marker either
@@ -219,6 +228,14 @@ TEST_F(FlutterWindowTest, CloseAndSessionMessagesBecomeEventsThatPluginsNeverSee
   EXPECT_EQ(FlutterTestFontReloadCount(engine_), 0);
   SendMessageW(Handle(), WM_FONTCHANGE, 0, 0);
   EXPECT_EQ(FlutterTestFontReloadCount(engine_), 1);
+  // "bringToForeground" takes the front from another window.
+  const HWND other = CreateWindowExW(0, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0, 50, 50,
+                                     nullptr, nullptr, nullptr, nullptr);
+  SetForegroundWindow(other);
+  EXPECT_FALSE(ask("isInForeground"));
+  EXPECT_TRUE(ask("bringToForeground"));
+  EXPECT_EQ(GetForegroundWindow(), Handle());
+  DestroyWindow(other);
   plugin_registrar.UnregisterTopLevelWindowProcDelegate(1);
 }
 

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -315,49 +316,18 @@ TEST_F(LiveWindowPluginTest, CommandsOnUnknownDisplaysAndOnNoWindowsSucceedQuiet
 
 // --- Showing and closing ---
 
-TEST_F(LiveWindowPluginTest, ShowOpensAWindowPerDisplayAndCloseClosesIt) {
-  NativeLiveWindow* first = Show("a", 40);
-  ASSERT_NE(first, nullptr);
-  const HWND first_hwnd = first->GetHwnd();
-  RECT rect = {};
-  GetWindowRect(first_hwnd, &rect);
-  EXPECT_EQ(rect.left, 40);
-  EXPECT_EQ(rect.right - rect.left, 160);
-  EXPECT_EQ(rect.bottom - rect.top, 120);
-  ASSERT_EQ(first->displays().size(), 1u);
-  EXPECT_EQ(first->displays()[0].id, "a");
-  EXPECT_EQ(first->displays()[0].name, "Test display");
-
-  // Showing again on the same display replaces the window.
+// Where each window appears and what one display's rows do to the others is followed on the
+// screen below (LiveWindowPluginScreenTest).
+TEST_F(LiveWindowPluginTest, ShowingAgainReplacesTheWindowAndCloseAllClosesEvery) {
+  const HWND first = Show("a")->GetHwnd();
   const HWND a = Show("a")->GetHwnd();
-  EXPECT_FALSE(IsWindow(first_hwnd));
+  EXPECT_FALSE(IsWindow(first));
   EXPECT_TRUE(IsWindow(a));
   const HWND b = Show("b", 200)->GetHwnd();
-  const HWND c = Show("c", 400)->GetHwnd();
-  EXPECT_EQ(plugin_->window_count(), 3u);
-  ExpectSuccess(Call("closeForDisplay", Id("b")));
-  EXPECT_FALSE(IsWindow(b));
-  EXPECT_TRUE(IsWindow(a));
-  EXPECT_EQ(plugin_->window_count(), 2u);
   ExpectSuccess(Call("closeAll"));
   EXPECT_FALSE(IsWindow(a));
-  EXPECT_FALSE(IsWindow(c));
+  EXPECT_FALSE(IsWindow(b));
   EXPECT_EQ(plugin_->window_count(), 0u);
-}
-
-TEST_F(LiveWindowPluginTest, BlankingReachesTheWindows) {
-  NativeLiveWindow* a = Show("a");
-  NativeLiveWindow* b = Show("b", 200);
-  ExpectSuccess(Call("blankForDisplay", Id("a")));
-  EXPECT_TRUE(a->blanked());
-  EXPECT_FALSE(b->blanked());
-  ExpectSuccess(Call("blankAll"));
-  EXPECT_TRUE(b->blanked());
-  ExpectSuccess(Call("unblankForDisplay", Id("b")));
-  EXPECT_FALSE(b->blanked());
-  EXPECT_TRUE(a->blanked());
-  ExpectSuccess(Call("unblankAll"));
-  EXPECT_FALSE(a->blanked());
 }
 
 // --- Images ---
@@ -413,32 +383,6 @@ TEST_F(LiveWindowPluginImageTest, LoadingNeedsAShownWindowAPathAndAReadableImage
   ExpectError(Call("loadImageForDisplay", Load("d1", files_->Path("garbage.gif"))), "DECODE_FAILED",
               "Failed to decode image");
   EXPECT_EQ(windows_[0]->content_mode(), kContentNone);
-}
-
-TEST_F(LiveWindowPluginImageTest, StillImageIsShownAndStoppedAgain) {
-  NativeLiveWindow* window = Show("d1");
-  ExpectSuccess(Call("loadImageForDisplay", Load("d1", WritePng("still.png"), 1)));
-  EXPECT_EQ(window->content_mode(), kContentImage);
-  EXPECT_TRUE(window->render_loop_running());
-  EXPECT_EQ(plugin_->image_decoder().animated_decode_count(), 1u);  // tried first, refused
-  EXPECT_EQ(plugin_->image_decoder().static_decode_count(), 1u);
-  ExpectSuccess(Call("stopImageForDisplay", Id("d1")));
-  EXPECT_EQ(window->content_mode(), kContentNone);
-}
-
-TEST_F(LiveWindowPluginImageTest, AnimationIsShownAndDecodedOnceForSeveralDisplays) {
-  NativeLiveWindow* a = Show("a");
-  NativeLiveWindow* b = Show("b", 200);
-  const std::string path = WriteGif("anim.gif", 2, 2, 3);
-  ExpectSuccess(Call("loadImageForDisplay", Load("a", path)));
-  ExpectSuccess(Call("loadImageForDisplay", Load("b", path)));
-  EXPECT_EQ(a->content_mode(), kContentImage);
-  EXPECT_EQ(b->content_mode(), kContentImage);
-  EXPECT_EQ(plugin_->image_decoder().animated_decode_count(), 1u);
-  EXPECT_EQ(plugin_->image_decoder().static_decode_count(), 0u);
-  // The windows animate: moving their clocks past the first frame rewrites their textures.
-  clocks_[0]->AdvanceMs(150);
-  EXPECT_TRUE(PumpUntil([&] { return a->texture_update_count() > 0; }, a->present_event()));
 }
 
 // Images the window cannot take: a still wider than any texture fails to load; an animation whose
@@ -511,10 +455,129 @@ TEST_F(LiveWindowPluginTest, WindowWithoutDirect3DIsDestroyedAndShowFails) {
   EXPECT_EQ(out.Text(), "Kestrun Native: ERROR - No window for webpage\n");
 }
 
+// --- What the audience sees ---
+
+// Two output windows away from the origin, neither square nor placed at x = y, showing the banded
+// picture of live_window_test::BandedImage. Every row that changes a window is followed to the
+// screen, on that window and on the other.
+class LiveWindowPluginScreenTest : public LiveWindowPluginImageTest {
+ protected:
+  struct Placement {
+    const char* id;
+    int x, y, width, height;
+  };
+  struct Probe {
+    int x, y;  // in the window
+    std::uint32_t color;
+  };
+  static constexpr Placement kA = {"a", 1000, 560, 320, 160};
+  static constexpr Placement kB = {"b", 1400, 600, 240, 300};
+
+  NativeLiveWindow* ShowAt(const Placement& p) {
+    ExpectSuccess(Call("showForDisplay", Map({{"displayId", EncodableValue(p.id)},
+                                              {"x", EncodableValue(p.x)},
+                                              {"y", EncodableValue(p.y)},
+                                              {"width", EncodableValue(p.width)},
+                                              {"height", EncodableValue(p.height)}})));
+    return windows_.back();
+  }
+
+  // Waits until the window has presented what was just changed, then reads the probes.
+  void ExpectScreen(const NativeLiveWindow& window, const Placement& p,
+                    const std::vector<Probe>& probes) {
+    ASSERT_TRUE(live_window_test::WaitForPresents(window, 4));
+    for (const Probe& probe : probes) {
+      const std::uint32_t actual = live_window_test::ScreenPixel(p.x + probe.x, p.y + probe.y);
+      EXPECT_TRUE(live_window_test::ColorNear(actual, probe.color))
+          << p.id << " (" << probe.x << ", " << probe.y << ") is "
+          << live_window_test::ColorText(actual) << ", expected "
+          << live_window_test::ColorText(probe.color);
+    }
+  }
+};
+
+TEST_F(LiveWindowPluginScreenTest, ImageCropBlankAndStopRowsActOnTheirDisplayOnly) {
+  using namespace live_window_test::colors;
+  NativeLiveWindow* a = ShowAt(kA);
+  NativeLiveWindow* b = ShowAt(kB);
+  ASSERT_TRUE(files_->WritePng("bands.png", 200, 200, live_window_test::BandedImage()));
+  auto load = [this](const char* id, std::optional<std::int32_t> fit_mode) {
+    EncodableMap args = {{EncodableValue("displayId"), EncodableValue(id)},
+                         {EncodableValue("path"), EncodableValue(files_->Path("bands.png"))}};
+    if (fit_mode) {
+      args[EncodableValue("fitMode")] = EncodableValue(*fit_mode);
+    }
+    ExpectSuccess(Call("loadImageForDisplay", EncodableValue(args)));
+  };
+  // Every probe is read from the screen where the display's x, y, width and height put it. The
+  // tall window b stretches the picture: its bands are 75 pixels high.
+  load("b", 2);
+  const std::vector<Probe> b_stretched = {{60, 30, kMagenta}, {180, 260, kOrange}};
+  ExpectScreen(*b, kB, b_stretched);
+
+  // Without a fit mode the picture covers the 2:1 window: a quarter cut at the top and bottom.
+  load("a", std::nullopt);
+  ExpectScreen(*a, kA, {{80, 10, kRed}, {240, 150, kWhite}});
+  // Contain: a square in the middle, black bars left and right.
+  load("a", 1);
+  const std::vector<Probe> a_contained = {
+      {40, 80, kBlack}, {280, 80, kBlack}, {120, 20, kMagenta}, {200, 140, kOrange}};
+  ExpectScreen(*a, kA, a_contained);
+  // An animation is contained the same way.
+  ExpectSuccess(Call("loadImageForDisplay", Load("a", WriteGif("anim.gif", 2, 2, 3), 1)));
+  ExpectScreen(*a, kA, {{40, 80, kBlack}, {160, 80, kRed}});
+  load("a", 1);
+
+  // A crop that starts at neither 0 nor its own left, on a 4:1 canvas where the contained
+  // picture fills the middle quarter (0.375 ... 0.625): the window shows rows 100 ... 140 of the
+  // picture (the blue and white band) in its middle half.
+  ExpectSuccess(Call("setCropRectForDisplay",
+                     Map({{"displayId", EncodableValue("a")}, {"left", EncodableValue(0.25)},
+                          {"top", EncodableValue(0.5)}, {"width", EncodableValue(0.5)},
+                          {"height", EncodableValue(0.2)}, {"canvasWidth", EncodableValue(800)},
+                          {"canvasHeight", EncodableValue(200)}})));
+  ExpectScreen(*a, kA,
+               {{40, 80, kBlack}, {280, 80, kBlack}, {120, 10, kBlue}, {120, 150, kBlue},
+                {200, 10, kWhite}, {200, 150, kWhite}});
+  ExpectScreen(*b, kB, b_stretched);
+  ExpectSuccess(Call("clearCropRectForDisplay", Id("a")));
+  ExpectScreen(*a, kA, a_contained);
+
+  // Blanking one display, all, then unblanking one and all.
+  struct Step {
+    const char* method;
+    const char* id;  // null for the "All" rows
+    bool a_black;
+    bool b_black;
+  };
+  const Step steps[] = {{"blankForDisplay", "a", true, false},
+                        {"unblankForDisplay", "a", false, false},
+                        {"blankAll", nullptr, true, true},
+                        {"unblankForDisplay", "b", true, false},
+                        {"unblankAll", nullptr, false, false}};
+  for (const Step& step : steps) {
+    SCOPED_TRACE(std::string(step.method) + " " + (step.id ? step.id : ""));
+    ExpectSuccess(Call(step.method, step.id ? Id(step.id) : EncodableValue()));
+    ExpectScreen(*a, kA, {{200, 140, step.a_black ? kBlack : kOrange}});
+    ExpectScreen(*b, kB, {{180, 260, step.b_black ? kBlack : kOrange}});
+  }
+
+  // Stopping the image of one display leaves it black and the other showing.
+  ExpectSuccess(Call("stopImageForDisplay", Id("a")));
+  ExpectScreen(*a, kA, {{120, 20, kBlack}, {200, 140, kBlack}});
+  ExpectScreen(*b, kB, b_stretched);
+  // Closing one display leaves the other.
+  const HWND b_window = b->GetHwnd();
+  ExpectSuccess(Call("closeForDisplay", Id("a")));
+  EXPECT_TRUE(IsWindow(b_window));
+  ExpectScreen(*b, kB, b_stretched);
+}
+
 // --- Fades ---
 
 TEST_F(LiveWindowPluginTest, FadeIsAnsweredOnThePlatformThreadAfterItEnds) {
   NativeLiveWindow* window = Show("d1");
+  NativeLiveWindow* other = Show("d2", 200);
   // No duration: half a second.
   const int token = Deliver("fadeToBlackForDisplay", Id("d1"));
   clocks_[0]->AdvanceMs(499);
@@ -527,6 +590,7 @@ TEST_F(LiveWindowPluginTest, FadeIsAnsweredOnThePlatformThreadAfterItEnds) {
   ASSERT_TRUE(WaitForQueuedCompletion());
   EXPECT_EQ(ReplyTo(token).replies, 0);
   EXPECT_EQ(window->fade_overlay_alpha(), 255);
+  EXPECT_EQ(other->fade_overlay_alpha(), 0);
   PumpPending();
   ExpectSuccess(ReplyTo(token));
   EXPECT_EQ(plugin_->deferred_replies().pending_count(), 0u);
@@ -543,25 +607,33 @@ TEST_F(LiveWindowPluginTest, FadeIsAnsweredOnThePlatformThreadAfterItEnds) {
 TEST_F(LiveWindowPluginTest, FadeOfAllWindowsIsAnsweredWhenTheLastEnds) {
   NativeLiveWindow* a = Show("a");
   NativeLiveWindow* b = Show("b", 200);
-  const int token = Deliver("fadeToBlackAll", Map({{"duration", EncodableValue(100)}}));
+  // Without arguments: half a second.
+  const int token = Deliver("fadeToBlackAll", EncodableValue());
   ASSERT_TRUE(WaitForPresents(*a, 1));
   EXPECT_EQ(ReplyTo(token).replies, 0);
 
   // The first window's fade ends (its completion has run once two more frames are presented).
-  clocks_[0]->AdvanceMs(150);
+  clocks_[0]->AdvanceMs(500);
   ASSERT_TRUE(PumpUntil([&] { return a->fade_overlay_alpha() == 255; }, a->present_event()));
   ASSERT_TRUE(WaitForPresents(*a, 2));
   PumpPending();
   EXPECT_EQ(ReplyTo(token).replies, 0);
   EXPECT_LT(b->fade_overlay_alpha(), 255);
 
-  clocks_[1]->AdvanceMs(150);
+  clocks_[1]->AdvanceMs(500);
   ASSERT_TRUE(PumpUntil([&] { return ReplyTo(token).replies > 0; }));
   ExpectSuccess(ReplyTo(token));
   EXPECT_EQ(b->fade_overlay_alpha(), 255);
 
-  // And back from black, at once.
-  ExpectSuccess(CallAndPump("fadeFromBlackAll", Map({{"duration", EncodableValue(0)}})));
+  // And back from black: a map without a duration also means half a second.
+  const int back = Deliver("fadeFromBlackAll", Map({}));
+  PumpPending();
+  EXPECT_EQ(ReplyTo(back).replies, 0);
+  EXPECT_EQ(a->fade_overlay_alpha(), 255);
+  clocks_[0]->AdvanceMs(500);
+  clocks_[1]->AdvanceMs(500);
+  ASSERT_TRUE(PumpUntil([&] { return ReplyTo(back).replies > 0; }));
+  ExpectSuccess(ReplyTo(back));
   EXPECT_EQ(a->fade_overlay_alpha(), 0);
   EXPECT_EQ(b->fade_overlay_alpha(), 0);
 }
@@ -583,6 +655,21 @@ TEST_F(LiveWindowPluginTest, EscapeAsksTheInterfaceToLeaveAndClosesTheWindow) {
               "NOT_SHOWING", "Window for display is not showing");
   ExpectSuccess(Call("closeForDisplay", Id("d1")));
   EXPECT_EQ(plugin_->window_count(), 0u);
+}
+
+// A DPI change moves and sizes the output window to the rectangle the system suggests.
+TEST_F(LiveWindowPluginTest, OutputWindowTakesTheRectangleSuggestedForANewDpi) {
+  const HWND hwnd = Show("d1", 40)->GetHwnd();
+  RECT suggested = {70, 30, 70 + 200, 30 + 90};
+  EXPECT_EQ(SendMessageW(hwnd, WM_DPICHANGED, MAKEWPARAM(144, 144),
+                         reinterpret_cast<LPARAM>(&suggested)),
+            0);
+  RECT rect = {};
+  GetWindowRect(hwnd, &rect);
+  EXPECT_EQ(rect.left, 70);
+  EXPECT_EQ(rect.top, 30);
+  EXPECT_EQ(rect.right - rect.left, 200);
+  EXPECT_EQ(rect.bottom - rect.top, 90);
 }
 
 // --- Contract violations ---

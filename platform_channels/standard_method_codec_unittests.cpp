@@ -110,28 +110,6 @@ TEST(StandardMethodCodecTest, MethodCallBytes) {
       "07 09 73 65 74 56 6f 6c 75 6d 65 0d 01 07 06 76 6f 6c 75 6d 65 06 00 00 " + HexOf(0.5));
 }
 
-TEST(StandardMethodCodecTest, MethodCallsRoundTrip) {
-  const DecodedCall with_arguments = DecodeCallCapturing(
-      EncodeCall("setVideoTopology", std::make_unique<EncodableValue>(SomeArguments())));
-  ASSERT_NE(with_arguments.call, nullptr) << with_arguments.printed;
-  EXPECT_EQ(with_arguments.call->method_name(), "setVideoTopology");
-  ASSERT_NE(with_arguments.call->arguments(), nullptr);
-  EXPECT_EQ(*with_arguments.call->arguments(), SomeArguments());
-  EXPECT_EQ(with_arguments.printed, "");
-
-  // Arguments sent as absent arrive as a null value.
-  const DecodedCall without = DecodeCallCapturing(EncodeCall("ping", nullptr));
-  ASSERT_NE(without.call, nullptr);
-  EXPECT_EQ(without.call->method_name(), "ping");
-  ASSERT_NE(without.call->arguments(), nullptr);
-  EXPECT_TRUE(without.call->arguments()->IsNull());
-
-  // An empty name is a name like any other.
-  const DecodedCall empty_name = DecodeCallCapturing(FromHex("07 00 00"));
-  ASSERT_NE(empty_name.call, nullptr);
-  EXPECT_EQ(empty_name.call->method_name(), "");
-}
-
 TEST(StandardMethodCodecTest, MethodNameMustBeAString) {
   for (const char* hex : {"00 00", "01 00", "03 07 00 00 00 00", "0c 01 07 01 6d 00",
                           "0d 01 07 01 6d 07 01 6d 00", "08 01 6d 00"}) {
@@ -192,27 +170,6 @@ TEST(StandardMethodCodecTest, ErrorEnvelopeBytes) {
   const EncodableValue list(EncodableList{EncodableValue("why")});
   EXPECT_EQ(ToHex(*Codec().EncodeErrorEnvelope("c", "m", &list)),
             "01 07 01 63 07 01 6d 0c 01 07 03 77 68 79");
-}
-
-TEST(StandardMethodCodecTest, SuccessEnvelopesReachTheResult) {
-  // A null value is a success without a value.
-  const Outcome empty = DecodeEnvelope(*Codec().EncodeSuccessEnvelope());
-  EXPECT_TRUE(empty.decoded);
-  EXPECT_EQ(empty.successes, 1);
-  EXPECT_EQ(empty.calls(), 1);
-  EXPECT_FALSE(empty.has_value);
-
-  for (const EncodableValue& value :
-       {EncodableValue(false), EncodableValue(0), EncodableValue(""), EncodableValue(1.5),
-        EncodableValue(EncodableList{}), SomeArguments()}) {
-    const Outcome outcome = DecodeEnvelope(*Codec().EncodeSuccessEnvelope(&value));
-    EXPECT_TRUE(outcome.decoded);
-    EXPECT_EQ(outcome.successes, 1);
-    EXPECT_EQ(outcome.calls(), 1);
-    EXPECT_TRUE(outcome.has_value);
-    EXPECT_EQ(outcome.value, value);
-    EXPECT_EQ(outcome.printed, "");
-  }
 }
 
 TEST(StandardMethodCodecTest, ErrorEnvelopesReachTheResult) {

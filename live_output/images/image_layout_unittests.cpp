@@ -1,5 +1,6 @@
 // Placement of an image on a live window: the fit modes with and without a crop rectangle, the
-// guards against degenerate sizes, the vertex order and the frame timing of animations.
+// guards against degenerate sizes and the frame timing of animations. What reaches the screen is
+// followed in live_window_pixels_unittests and native_live_window_plugin_unittests.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -95,23 +96,6 @@ TEST(ImageLayoutTest, FitModesWithAndWithoutACropRectangle) {
   }
 }
 
-TEST(ImageLayoutTest, TwoHalvesOfACanvasShowTheWholeImageOnceInEveryMode) {
-  for (std::int32_t mode : kModes) {
-    SCOPED_TRACE(mode);
-    const ImageQuad a =
-        ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, Crop(0, 0, 0.5f, 1, 3840, 1080));
-    const ImageQuad b =
-        ImageLayout::ComputeQuad(1920, 1080, 1920, 1080, mode, Crop(0.5f, 0, 0.5f, 1, 3840, 1080));
-    ASSERT_TRUE(a.visible && b.visible);
-    // The texture ranges meet at the seam, which lies on the windows' shared edge.
-    EXPECT_NEAR(a.ur, b.ul, kTolerance);
-    EXPECT_NEAR(a.vt, b.vt, kTolerance);
-    EXPECT_NEAR(a.vb, b.vb, kTolerance);
-    EXPECT_NEAR(a.x1, 1.0f, kTolerance);
-    EXPECT_NEAR(b.x0, -1.0f, kTolerance);
-  }
-}
-
 TEST(ImageLayoutTest, DegenerateSizesAndEmptyBrokenOrMissingCropsDrawNothing) {
   const std::int32_t sizes[][4] = {{0, 1080, 1920, 1080},  {1920, 0, 1920, 1080},
                                    {1920, 1080, 0, 1080},  {1920, 1080, 1920, 0},
@@ -156,22 +140,6 @@ TEST(ImageLayoutTest, DisabledCropOrCanvasBelowOnePixelFallsBackToTheUncroppedLa
   for (const CropRect& crop : {disabled, Crop(0.5f, 0, 0.5f, 1, 0, 1080),
                                Crop(0.5f, 0, 0.5f, 1, 3840, 0), Crop(0.5f, 0, 0.5f, 1, -3840, 1080)}) {
     ExpectQuad(ImageLayout::ComputeQuad(1920, 1080, 1080, 1920, kContain, crop), plain);
-  }
-}
-
-TEST(ImageLayoutTest, SixVerticesInDrawOrder) {
-  float v[ImageLayout::kVertexFloatCount];
-  ImageLayout::WriteVertices(Q(-0.5f, 0.5f, 0.75f, -0.75f, 0.1f, 0.9f, 0.2f, 0.8f), v);
-  const float expected[ImageLayout::kVertexFloatCount] = {
-      -0.5f, 0.75f,  0.1f, 0.2f,  // top left
-      0.5f,  0.75f,  0.9f, 0.2f,  // top right
-      -0.5f, -0.75f, 0.1f, 0.8f,  // bottom left
-      0.5f,  0.75f,  0.9f, 0.2f,  // top right
-      0.5f,  -0.75f, 0.9f, 0.8f,  // bottom right
-      -0.5f, -0.75f, 0.1f, 0.8f,  // bottom left
-  };
-  for (std::size_t i = 0; i < ImageLayout::kVertexFloatCount; ++i) {
-    EXPECT_EQ(v[i], expected[i]) << "float " << i;
   }
 }
 

@@ -187,6 +187,15 @@ std::vector<std::uint8_t> MakeImage(std::int32_t width, std::int32_t height,
   return pixels;
 }
 
+std::vector<std::uint8_t> BandedImage() {
+  using namespace colors;
+  return MakeImage(200, 200, [](int x, int y) {
+    static const std::uint32_t left[4] = {kMagenta, kRed, kBlue, kCyan};
+    static const std::uint32_t right[4] = {kYellow, kGreen, kWhite, kOrange};
+    return x < 100 ? left[y / 50] : right[y / 50];
+  });
+}
+
 DWORD ProcessHandleCount() {
   DWORD count = 0;
   if (GetProcessHandleCount(GetCurrentProcess(), &count) && count != 0) {

@@ -89,6 +89,18 @@ std::string ColorText(std::uint32_t color);
 std::vector<std::uint8_t> MakeImage(std::int32_t width, std::int32_t height,
                                     const std::function<std::uint32_t(int, int)>& color_at);
 
+// Screen colours as 0xRRGGBB.
+namespace colors {
+constexpr std::uint32_t kBlack = 0x000000, kRed = 0xFF0000, kGreen = 0x00FF00, kBlue = 0x0000FF,
+                        kYellow = 0xFFFF00, kMagenta = 0xFF00FF, kCyan = 0x00FFFF,
+                        kWhite = 0xFFFFFF, kOrange = 0xFF8000;
+}  // namespace colors
+
+// 200 x 200: four horizontal bands, different in the left and the right half.
+//   left:  magenta, red,   blue,  cyan
+//   right: yellow,  green, white, orange
+std::vector<std::uint8_t> BandedImage();
+
 // Handles and threads of this process.
 DWORD ProcessHandleCount();
 DWORD ProcessThreadCount();

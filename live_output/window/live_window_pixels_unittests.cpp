@@ -14,6 +14,7 @@
 namespace native_live_window {
 namespace {
 
+using live_window_test::BandedImage;
 using live_window_test::ColorNear;
 using live_window_test::ColorText;
 using live_window_test::Display;
@@ -23,15 +24,7 @@ using live_window_test::ScreenPixel;
 using live_window_test::Show;
 using live_window_test::WaitForPresents;
 
-constexpr std::uint32_t kBlack = 0x000000;
-constexpr std::uint32_t kRed = 0xFF0000;
-constexpr std::uint32_t kGreen = 0x00FF00;
-constexpr std::uint32_t kBlue = 0x0000FF;
-constexpr std::uint32_t kYellow = 0xFFFF00;
-constexpr std::uint32_t kMagenta = 0xFF00FF;
-constexpr std::uint32_t kCyan = 0x00FFFF;
-constexpr std::uint32_t kWhite = 0xFFFFFF;
-constexpr std::uint32_t kOrange = 0xFF8000;
+using namespace live_window_test::colors;
 
 // Screen area of the tests: away from the top-left corner where other programs open windows.
 constexpr int kLeft = 1300;
@@ -56,17 +49,6 @@ void ExpectScreen(const NativeLiveWindow& window, const std::vector<Probe>& prob
 
 std::vector<std::uint8_t> Solid(int width, int height, std::uint32_t color) {
   return MakeImage(width, height, [color](int, int) { return color; });
-}
-
-// 200 x 200: four horizontal bands, different in the left and the right half.
-//   left:  magenta, red,   blue,  cyan
-//   right: yellow,  green, white, orange
-std::vector<std::uint8_t> BandedImage() {
-  return MakeImage(200, 200, [](int x, int y) {
-    static const std::uint32_t left[4] = {kMagenta, kRed, kBlue, kCyan};
-    static const std::uint32_t right[4] = {kYellow, kGreen, kWhite, kOrange};
-    return x < 100 ? left[y / 50] : right[y / 50];
-  });
 }
 
 TEST(LiveWindowPixelsTest, FitModesOnWiderAndTallerWindows) {
@@ -121,37 +103,6 @@ TEST(LiveWindowPixelsTest, CropOutlivesTheImageUntilCleared) {
   ExpectScreen(right, {{100, 100, kMagenta}});
   right.ClearCropRect();
   ExpectScreen(right, {{100, 100, kWhite}, {300, 100, kMagenta}});
-}
-
-TEST(LiveWindowPixelsTest, CropThatMissesTheContainedImageShowsBlack) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Crop miss", kLeft, kTop, 400, 200)}));
-  // A square image contained in a 4:1 canvas sits in its middle quarter (0.375 ... 0.625).
-  window.SetCropRect(0.0f, 0.0f, 0.25f, 1.0f, 800, 200);
-  ASSERT_TRUE(window.ShowImageFromPixels(Solid(100, 100, kRed), 100, 100, 1));
-  ExpectScreen(window, {{50, 100, kBlack}, {200, 100, kBlack}, {350, 100, kBlack}});
-  // The middle half of the canvas holds it: the image fills the middle half of the window.
-  window.SetCropRect(0.25f, 0.0f, 0.5f, 1.0f, 800, 200);
-  ExpectScreen(window, {{50, 100, kBlack}, {200, 100, kRed}, {350, 100, kBlack}});
-}
-
-TEST(LiveWindowPixelsTest, BlankAndClearedContentShowBlack) {
-  NativeLiveWindow window;
-  ASSERT_TRUE(Show(window, {Display("Blank pixels", kLeft, kTop, 200, 100)}));
-  const std::vector<std::uint8_t> green = Solid(20, 10, kGreen);
-  ASSERT_TRUE(window.ShowImageFromPixels(green, 20, 10, 2));
-  ExpectScreen(window, {{100, 50, kGreen}});
-  window.Blank();
-  ExpectScreen(window, {{100, 50, kBlack}, {10, 10, kBlack}});
-  window.Unblank();
-  ExpectScreen(window, {{100, 50, kGreen}});
-
-  window.ClearContent();
-  ExpectScreen(window, {{100, 50, kBlack}});
-  ASSERT_TRUE(window.ShowImageFromPixels(green, 20, 10, 2));
-  ExpectScreen(window, {{100, 50, kGreen}});
-  window.ClearImage();  // image mode without an image
-  ExpectScreen(window, {{100, 50, kBlack}});
 }
 
 TEST(LiveWindowPixelsTest, AnimatedImageChangesFramesOnItsDelays) {
