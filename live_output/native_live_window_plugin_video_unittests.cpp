@@ -333,20 +333,83 @@ TEST_F(VideoRowsTest, VideoOpacityWithDurationRepliesAfterTheFade) {
   EXPECT_EQ(Recording()->Committed().at(0).opacity, 1.0f);  // fully in, whatever the value
 }
 
-TEST_F(VideoRowsTest, CloseAllAndDestructionWithAHungPlayerReturn) {
+// Players that will not stop (and whose deletion blocks until they do) never freeze the
+// interface: "closeAll" waits for all of them together, once, and destroys none of them on its
+// thread; so does the plugin's destruction.
+TEST_F(VideoRowsTest, CloseAllAndDestructionWithHungPlayersReturn) {
+  HangWatchdog watchdog(60000, "closeAll with players that will not stop");
   Show("d", 0);
-  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
+  ExpectTrue(Call("setVideoTopology",
+                  Topology({Decoder("a", media_), Decoder("b", media_), Decoder("c", media_)},
+                           {Assign("d", "a")})),
              "topology");
   MdkStandin_SetStopHangMs(-1);
   ExpectTrue(Call("closeAll"), "closeAll");
   EXPECT_EQ(plugin_->video_topology().coordinator(), nullptr);
   EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 1u);
+  MdkStandinPlayerInfo first{};
+  ASSERT_TRUE(MdkStandin_PlayerInfo(2, &first));
+  EXPECT_EQ(first.stops_pending_at_wait, 3) << "stopped one after another";
+  EXPECT_EQ(MdkStandin_LivePlayers(), 3);
 
   Show("d", 0);
   ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
              "topology again");
   DestroyPlugin();
   EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 2u);
+}
+
+// Fades and blanking reach the audience on windows that show video: the composition, drawn
+// above the window's fade overlay, follows the window's fade, and every fade replies.
+TEST_F(VideoRowsTest, FadesAndBlankingOfVideoWindowsReplyAndDarkenTheVideo) {
+  Show("d", 0);
+  Show("other", 160);
+  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
+             "topology");
+  ExpectTrue(Call("setVideoOpacity", Map({{"opacity", EncodableValue(1.0)}})), "opacity");
+  auto opacity = [&] { return Recording()->Committed().at(0).opacity; };
+  auto fade = [&](const char* method, const EncodableValue& arguments, float expected) {
+    const int token = Deliver(method, arguments);
+    ASSERT_TRUE(PumpUntil([&] { return ReplyTo(token).replies > 0; }, nullptr)) << method;
+    EXPECT_EQ(ReplyTo(token).kind, "success") << method;
+    ASSERT_TRUE(PumpUntil([&] { return opacity() == expected; }, Recording()->change_event()))
+        << method << " shows " << opacity();
+  };
+  const EncodableValue short_fade = Map({{"duration", EncodableValue(60)}});
+  fade("fadeToBlackForDisplay",
+       Map({{"displayId", EncodableValue("d")}, {"duration", EncodableValue(60)}}), 0.0f);
+  fade("fadeFromBlackAll", short_fade, 1.0f);
+  fade("fadeToBlackAll", short_fade, 0.0f);
+  fade("fadeFromBlackForDisplay",
+       Map({{"displayId", EncodableValue("d")}, {"duration", EncodableValue(60)}}), 1.0f);
+  fade("blankForDisplay", Map({{"displayId", EncodableValue("d")}}), 0.0f);
+  fade("unblankAll", EncodableValue(), 1.0f);
+  fade("blankAll", EncodableValue(), 0.0f);
+  fade("unblankForDisplay", Map({{"displayId", EncodableValue("d")}}), 1.0f);
+}
+
+// A lost shared device is not kept: the next topology is built on a fresh device and coordinator,
+// and video is presented again.
+TEST_F(VideoRowsTest, ALostVideoDeviceIsRecreatedByTheNextTopology) {
+  Show("d", 0);
+  const EncodableValue topology = Topology({Decoder("a", media_)}, {Assign("d", "a")});
+  ExpectTrue(Call("setVideoTopology", topology), "topology");
+  std::shared_ptr<RecordingCompositionDevice> lost = Recording();
+  lost->SetPresentResult(DXGI_ERROR_DEVICE_REMOVED);
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return CountOf(NewLog(), "Device lost during pipeline Present") > 0; },
+                        lost->change_event()));
+  ExpectTrue(Call("setVideoTopology", topology), "topology after the loss");
+  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 2u);
+  EXPECT_EQ(CountOf(NewLog(), "the shared D3D11 device was lost"), 1u);
+  ASSERT_NE(Recording(), lost);
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return Recording()->present_count() > 0; },
+                        Recording()->change_event()));
+  ExpectTrue(Call("setVideoTopology", topology), "a third topology keeps the new device");
+  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 2u);
+  // Both render loops pace with 1 ms sleeps while the plugin lives.
+  EXPECT_GE(TimerResolution::ActiveCount(), 1);
 }
 
 // A coordinator that cannot make its composition device answers "DCOMP_FAILED" and is shut
