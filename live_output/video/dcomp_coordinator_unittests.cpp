@@ -454,6 +454,21 @@ TEST_F(DCompCoordinatorTest, AWindowTakesOneTargetPerLayerAndTheTopmostOneIsAbov
   EXPECT_EQ(other.CreateTargetForHwnd(hwnd, false, &below), S_OK) << "free once destroyed";
 }
 
+TEST_F(RenderLoopTest, TheHeartbeatComesAfterSixtySecondsOfRunning) {
+  AddDisplay("d", 160, 90);
+  coordinator_->AssignDisplayToDecoder("d", "wall");
+  const std::size_t before = CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: ");
+  coordinator_->StartRenderLoop();
+  ASSERT_TRUE(RenderOneFrame());  // the loop runs, its minute counted from its start
+  clock_.Advance(59999);
+  ASSERT_TRUE(RenderOneFrame());
+  EXPECT_EQ(CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: "), before);
+  clock_.Advance(1);
+  ASSERT_TRUE(RenderOneFrame());
+  coordinator_->StopRenderLoop();
+  EXPECT_EQ(CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: "), before + 1);
+}
+
 TEST(CompositionServicesTest, TheRecordingCompositionNeverReplacesDirectCompositionSilently) {
   LogText();
   SetEnvironmentVariableA(kRecordingCompositionVariable, "");

@@ -224,6 +224,17 @@ TEST_F(VideoDecoderTest, WedgedPlayersStopTogetherAndNeverBlockTheirOwner) {
   MdkStandin_FireCallbacksOfDeletedPlayers();  // seek completions and events after deletion
 }
 
+TEST_F(VideoDecoderTest, AtTheEndOfTheMediaALoopingVideoStartsAgain) {
+  MdkStandin_SetDurationMs(80);
+  ASSERT_TRUE(Play(FitMode::Cover, 64, 32, {}, true));
+  const std::uint64_t loops = decoder_.GetLoopCount();  // setMedia changed the media too
+  MdkStandin_AdvanceFrames(3);  // 40, 80 (the end: the queued file starts again), 40
+  EXPECT_EQ(decoder_.GetLoopCount(), loops + 1);
+  EXPECT_EQ(decoder_.GetPosition(), 40);
+  EXPECT_STREQ(Newest().next_url, video_path_.c_str()) << "queued again for the next end";
+  EXPECT_TRUE(decoder_.RenderFrame());
+}
+
 TEST_F(VideoDecoderTest, RenderTargetIsReusedAtTheSameSizeAndDrawnByThePlayer) {
   ASSERT_TRUE(Play(FitMode::Cover, 64, 32));
   ComPtr<ID3D11Texture2D> first = decoder_.GetTexture();
