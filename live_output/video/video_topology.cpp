@@ -35,6 +35,9 @@ VideoTopology::~VideoTopology() {
   for (auto& decoder : abandoned_decoders_) {
     decoder.release();  // NOLINT: deliberately never destroyed
   }
+  for (auto& device : abandoned_devices_) {
+    device.Detach();  // deliberately never released
+  }
 }
 
 void VideoTopology::SetFactories(DecoderFactory decoder_factory,
@@ -208,9 +211,12 @@ void VideoTopology::Release() {
       std::thread([decoder = entry.second.get()] { decoder->Stop(); }).detach();
       abandoned_decoders_.push_back(std::move(entry.second));
     }
-    // Its windows are free for a new coordinator's composition targets.
+    // Its windows are free for a new coordinator's composition targets; the device and context
+    // it draws with stay alive with it.
     coordinator_->RemoveAllDisplays();
     abandoned_coordinators_.push_back(std::move(coordinator_));
+    abandoned_devices_.push_back(device_);
+    abandoned_devices_.push_back(context_);
   } else if (coordinator_) {
     coordinator_->Shutdown();
     coordinator_.reset();

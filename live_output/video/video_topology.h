@@ -93,6 +93,7 @@ class VideoTopology {
   // Left behind by a render thread that would not stop; never destroyed.
   std::vector<std::unique_ptr<DCompCoordinator>> abandoned_coordinators_;
   std::vector<std::unique_ptr<VideoDecoder>> abandoned_decoders_;
+  std::vector<Microsoft::WRL::ComPtr<IUnknown>> abandoned_devices_;
 };
 
 }  // namespace native_live_window
