@@ -259,7 +259,21 @@ def save_composition(show, name, windows):
     """Converts the composition images of the output windows at the given screen positions (as
     the host's recording composition writes them) into <name>-<window>.png beside the
     screenshots."""
-    time.sleep(1.0)  # the host rewrites the images five times a second while video runs
+    # The host rewrites the images at most five times a second while video runs, each written
+    # after composing it (slow under Wine): an image written twice since this call shows the
+    # windows as they are now.
+    sources = [os.path.join(show.composition_dir, "composition-%d-%d.bmp" % (x, y))
+               for _, x, y in windows]
+
+    def written():
+        return min(os.path.getmtime(p) if os.path.exists(p) else 0.0 for p in sources)
+
+    mark = time.time()
+    deadline = mark + 15.0
+    for _ in range(2):
+        while written() <= mark and time.time() < deadline:
+            time.sleep(0.05)
+        mark = max(mark, written())
     for label, x, y in windows:
         source = os.path.join(show.composition_dir, "composition-%d-%d.bmp" % (x, y))
         target = os.path.join(show.out_dir, "%s-%s.png" % (name, label))
