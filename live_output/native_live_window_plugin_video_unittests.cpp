@@ -468,6 +468,7 @@ TEST_F(VideoRowsTest, DecodersThatFailAreLoggedAndLeftOut) {
   const std::string log = NewLog();
   EXPECT_EQ(CountOf(log, "SetVideoTopology: VideoDecoder::Initialize failed for 'broken'"), 1u);
   EXPECT_EQ(CountOf(log, "SetVideoTopology: PlayVideo failed for 'silent' (path="), 1u);
+  EXPECT_EQ(CountOf(log, "unavailable: C:\\no-such-folder\\mdk.dll could not be loaded"), 1u);
   EXPECT_EQ(CountOf(log, "SetVideoTopology: AddDecoderPipeline failed for 'flat'"), 1u);
   EXPECT_TRUE(plugin_->video_topology().decoders().empty());
   EXPECT_FALSE(plugin_->video_topology().active());

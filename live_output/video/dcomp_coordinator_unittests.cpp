@@ -263,28 +263,6 @@ TEST_F(RenderLoopTest, DeviceLossIsLoggedOncePerLoopStartNamingTheDisplays) {
 // ---------------------------------------------------------------------------------------------
 // Fades
 
-TEST_F(DCompCoordinatorTest, FadeInStartsFromBlackAndRepliesAfterItEnds) {
-  const HWND hwnd = AddDisplay("d", 64, 64);
-  coordinator_->SetOpacity(1.0f);
-  coordinator_->StartRenderLoop();
-  std::atomic<int> completions{0};
-  const HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  coordinator_->FadeIn(300, [&completions, done] {
-    completions.fetch_add(1);
-    SetEvent(done);
-  });
-  EXPECT_EQ(Opacity(hwnd), 0.0f);
-  clock_.Advance(150);
-  ASSERT_TRUE(WaitForOpacity(hwnd, 0.5f));
-  EXPECT_EQ(completions.load(), 0);
-  clock_.Advance(200);
-  ASSERT_TRUE(PumpUntil([&] { return completions.load() == 1; }, done));
-  CloseHandle(done);
-  EXPECT_EQ(Opacity(hwnd), 1.0f);
-  coordinator_->StopRenderLoop();
-  EXPECT_EQ(completions.load(), 1);
-}
-
 TEST_F(DCompCoordinatorTest, FadeOutDuringFadeInCompletesTheFirstOneFirst) {
   const HWND hwnd = AddDisplay("d", 64, 64);
   coordinator_->StartRenderLoop();
@@ -367,22 +345,27 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<InstantCase>& info) { return info.param.name; });
 
 // What the audience sees is where a fade starts: a fade-out from 0.5 never flashes to 1; an
-// instant opacity ends a running fade (its completion runs once, and the fade stops driving).
+// instant opacity ends a running fade (its completion runs once); a fade-in starts from black.
 TEST_F(DCompCoordinatorTest, FadesStartFromWhatTheAudienceSees) {
   const HWND hwnd = AddDisplay("d", 32, 32);
   coordinator_->SetOpacity(0.5f);
   coordinator_->StartRenderLoop();
-  int completions = 0;
-  coordinator_->FadeOut(1000, [&completions] { ++completions; });
+  std::atomic<int> completions{0};
+  auto done = [&completions] { completions.fetch_add(1); };
+  coordinator_->FadeOut(1000, done);
   clock_.Advance(500);
   ASSERT_TRUE(WaitForOpacity(hwnd, 0.25f));  // half of 0.5 at the curve's middle
   coordinator_->SetOpacity(0.8f);
-  EXPECT_EQ(completions, 1);
+  EXPECT_EQ(completions.load(), 1);
   EXPECT_EQ(Opacity(hwnd), 0.8f);
+  coordinator_->FadeIn(300, done);
+  EXPECT_EQ(Opacity(hwnd), 0.0f);
+  clock_.Advance(150);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 0.5f));
   clock_.Advance(1000);
-  coordinator_->StopRenderLoop();  // every pass since has left the instant opacity alone
-  EXPECT_EQ(Opacity(hwnd), 0.8f);
-  EXPECT_EQ(completions, 1);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 1.0f));
+  coordinator_->StopRenderLoop();
+  EXPECT_EQ(completions.load(), 2);
 }
 
 // A render thread stuck in the media library is reported and left behind, not waited on.
@@ -412,15 +395,10 @@ TEST_F(DCompCoordinatorTest, AWindowTakesOneTargetPerLayerAndTheTopmostOneIsAbov
   RecordingCompositionDevice other;
   EXPECT_EQ(other.CreateTargetForHwnd(hwnd, true, &second), static_cast<HRESULT>(0x88980800L));
   std::shared_ptr<CompositionTarget> below;
-  ASSERT_EQ(other.CreateTargetForHwnd(hwnd, false, &below), S_OK);
-  std::shared_ptr<CompositionVisual> visual;
-  other.CreateVisual(&visual);
-  below->SetRoot(visual);
-  other.Commit();
-  EXPECT_FALSE(other.CommittedFor(hwnd).topmost);
+  ASSERT_EQ(other.CreateTargetForHwnd(hwnd, false, &below), S_OK) << "the other layer is free";
   EXPECT_TRUE(recording_->CommittedFor(hwnd).topmost);
-  below.reset();
-  EXPECT_EQ(other.CreateTargetForHwnd(hwnd, false, &below), S_OK) << "free once destroyed";
+  coordinator_->RemoveAllDisplays();
+  EXPECT_EQ(other.CreateTargetForHwnd(hwnd, true, &second), S_OK) << "free once destroyed";
 }
 
 TEST_F(RenderLoopTest, TheHeartbeatComesAfterSixtySecondsOfRunning) {

@@ -308,17 +308,11 @@ TEST_F(VideoDecoderTest, LoadErrorsAndTheChosenDecoderAreLogged) {
   EXPECT_NE(log.find("ERROR [VIDEO_DECODER] MediaStatus: Invalid"), std::string::npos);
 }
 
-TEST_F(VideoDecoderTest, MisuseAndAMissingLibraryFailWithAClearError) {
+TEST_F(VideoDecoderTest, MisuseFailsWithAClearError) {
   VideoDecoder missing(nullptr, mdk::Library::Load(L"C:\\no-such-folder\\mdk.dll"));
   EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
   EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo called before Initialize"),
             std::string::npos);
-  ASSERT_TRUE(missing.Initialize(device_.Get(), context_.Get()));
-  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
-  EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo failed: the media library is "
-                           "unavailable: C:\\no-such-folder\\mdk.dll could not be loaded"),
-            std::string::npos);
-  EXPECT_EQ(missing.GetTexture(), nullptr);
   EXPECT_FALSE(missing.Initialize(nullptr, context_.Get()));
   missing.Stop();  // harmless without a player
   EXPECT_EQ(missing.GetPosition(), 0);
