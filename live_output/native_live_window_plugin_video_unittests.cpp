@@ -18,6 +18,7 @@
 #include "live_output/test_support/hang_watchdog.h"
 #include "live_output/test_support/live_window_test_support.h"
 #include "live_output/test_support/video_test_support.h"
+#include "live_output/video/mdk/mdk_library.h"
 #include "plugin_registrar_manager.h"
 #include "plugin_registrar_windows.h"
 #include "reply_test_support.h"
@@ -333,20 +334,199 @@ TEST_F(VideoRowsTest, VideoOpacityWithDurationRepliesAfterTheFade) {
   EXPECT_EQ(Recording()->Committed().at(0).opacity, 1.0f);  // fully in, whatever the value
 }
 
-TEST_F(VideoRowsTest, CloseAllAndDestructionWithAHungPlayerReturn) {
+// Players that will not stop (and whose deletion blocks until they do) never freeze the
+// interface: "closeAll" waits for all of them together, once, and destroys none of them on its
+// thread; so does the plugin's destruction.
+TEST_F(VideoRowsTest, CloseAllAndDestructionWithHungPlayersReturn) {
+  HangWatchdog watchdog(60000, "closeAll with players that will not stop");
   Show("d", 0);
-  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
+  ExpectTrue(Call("setVideoTopology",
+                  Topology({Decoder("a", media_), Decoder("b", media_), Decoder("c", media_)},
+                           {Assign("d", "a")})),
              "topology");
   MdkStandin_SetStopHangMs(-1);
   ExpectTrue(Call("closeAll"), "closeAll");
   EXPECT_EQ(plugin_->video_topology().coordinator(), nullptr);
   EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 1u);
+  MdkStandinPlayerInfo first{};
+  ASSERT_TRUE(MdkStandin_PlayerInfo(2, &first));
+  EXPECT_EQ(first.stops_pending_at_wait, 3) << "stopped one after another";
+  EXPECT_EQ(MdkStandin_LivePlayers(), 3);
 
   Show("d", 0);
   ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
              "topology again");
   DestroyPlugin();
   EXPECT_EQ(CountOf(NewLog(), "Video topology torn down during CloseAll"), 2u);
+}
+
+// --- Routing, and the topology's steps on windows and decoders ---
+
+// Routed commands act on the decoder the display shows (volume through the audio gate and its
+// ramp, pause, seek); "...All" on every decoder; a closed display routes nothing.
+TEST_F(VideoRowsTest, RoutedCommandsReachTheDecoderTheDisplayShows) {
+  Show("one", 0);
+  Show("two", 160);
+  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_), Decoder("b", media_)},
+                                               {Assign("one", "a"), Assign("two", "b")})),
+             "topology");
+  auto player = [](int newest) {  // "b" was made after "a"
+    MdkStandinPlayerInfo info{};
+    EXPECT_TRUE(MdkStandin_PlayerInfo(newest, &info));
+    return info;
+  };
+  ExpectTrue(Call("setVolumeForDisplay",
+                  Map({{"displayId", EncodableValue("two")}, {"volume", EncodableValue(0.5)}})),
+             "volume");
+  EXPECT_EQ(player(0).volume, 0.0f) << "gated until the first frame";
+  clock_.Advance(10000);  // the seek gates' deadlines pass; the ramp's 60 ms too
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return player(0).volume == 0.5f; }, Recording()->change_event()));
+  EXPECT_EQ(player(1).volume, 0.0f);
+
+  ExpectTrue(Call("setVideoPausedForDisplay",
+                  Map({{"displayId", EncodableValue("one")}, {"paused", EncodableValue(true)}})),
+             "pause one");
+  MdkStandin_Settle();
+  EXPECT_EQ(player(1).state, 2);
+  EXPECT_EQ(player(0).state, 1);
+  ExpectTrue(Call("setVideoPausedAll", Map({{"paused", EncodableValue(true)}})), "pause all");
+  MdkStandin_Settle();
+  EXPECT_EQ(player(0).state, 2);
+  ExpectTrue(Call("seekToAll", Map({{"positionMs", EncodableValue(4000)}})), "seekToAll");
+  MdkStandin_Settle();
+  EXPECT_EQ(Position("one"), 4000);
+  EXPECT_EQ(Position("two"), 4000);
+
+  ExpectTrue(Call("closeForDisplay", Map({{"displayId", EncodableValue("one")}})), "close one");
+  ExpectTrue(Call("seekToForDisplay", Map({{"displayId", EncodableValue("two")},
+                                           {"positionMs", EncodableValue(6000)}})),
+             "seek two");
+  MdkStandin_Settle();
+  EXPECT_EQ(Position("two"), 6000);
+  EXPECT_EQ(DecoderOf("a")->GetPosition(), 4000);
+}
+
+// A topology unassigns displays it drops, leaves a window without video that shows an image
+// drawing, and stops an empty one.
+TEST_F(VideoRowsTest, DroppedDisplaysAreUnassignedAndWindowsWithoutVideoKeepTheirContent) {
+  VideoTopology::Windows windows;
+  for (const char* id : {"video", "image", "empty"}) {
+    DisplayRecord display;
+    display.id = id;
+    display.x = static_cast<int>(windows.size()) * 160;
+    display.width = 160;
+    display.height = 90;
+    windows[id] = std::make_unique<NativeLiveWindow>();
+    windows[id]->CreateOnDisplays({display}, [](bool, const std::string&) {});
+  }
+  VideoTopology& topology = plugin_->video_topology();
+  const std::vector<DecoderSpec> decoders = {{"a", media_, FitMode::Cover, true, {}, 320, 90, 0}};
+  AssignmentSpec video;
+  video.display_id = "video";
+  video.decoder_key = "a";
+  AssignmentSpec image = video;
+  image.display_id = "image";
+  ASSERT_EQ(topology.Apply(decoders, {video, image}, windows), VideoTopology::ApplyResult::kApplied);
+  ASSERT_TRUE(windows["image"]->ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0x80), 8,
+                                                    8, 0));
+  windows["image"]->RestartRenderLoop();
+  windows["empty"]->RestartRenderLoop();
+  ASSERT_EQ(topology.Apply(decoders, {video}, windows), VideoTopology::ApplyResult::kApplied);
+  EXPECT_TRUE(windows["image"]->render_loop_running());
+  EXPECT_FALSE(windows["empty"]->render_loop_running());
+  EXPECT_FALSE(Recording()->CommittedFor(windows["image"]->GetHwnd()).content);
+  EXPECT_TRUE(Recording()->CommittedFor(windows["video"]->GetHwnd()).content);
+  EXPECT_EQ(topology.RoutedDecoder("image"), nullptr);
+  topology.TearDown();
+}
+
+// Decoders that cannot be made, placed or played are logged and left out; the reply is true and
+// the display of a video that failed to start shows nothing.
+TEST_F(VideoRowsTest, DecodersThatFailAreLoggedAndLeftOut) {
+  Show("d", 0);
+  int made = 0;
+  plugin_->video_topology().SetFactories(
+      [&made]() -> std::unique_ptr<VideoDecoder> {
+        ++made;
+        if (made == 1) return nullptr;  // initialisation fails
+        if (made == 2) {  // playback cannot start: no media library
+          return std::make_unique<VideoDecoder>(
+              nullptr, mdk::Library::Load(L"C:\\no-such-folder\\mdk.dll"));
+        }
+        return std::make_unique<VideoDecoder>();
+      },
+      [this] {
+        return std::make_unique<DCompCoordinator>(clock_.AsFunction(), recording_.AsFunction());
+      });
+  EncodableValue no_width = Decoder("flat", media_);
+  std::get<EncodableMap>(no_width)[EncodableValue("canvasWidth")] = EncodableValue(0);
+  ExpectTrue(Call("setVideoTopology",
+                  Topology({Decoder("broken", media_), Decoder("silent", media_), no_width},
+                           {Assign("d", "silent")})),
+             "topology");
+  const std::string log = NewLog();
+  EXPECT_EQ(CountOf(log, "SetVideoTopology: VideoDecoder::Initialize failed for 'broken'"), 1u);
+  EXPECT_EQ(CountOf(log, "SetVideoTopology: PlayVideo failed for 'silent' (path="), 1u);
+  EXPECT_EQ(CountOf(log, "unavailable: C:\\no-such-folder\\mdk.dll could not be loaded"), 1u);
+  EXPECT_EQ(CountOf(log, "SetVideoTopology: AddDecoderPipeline failed for 'flat'"), 1u);
+  EXPECT_TRUE(plugin_->video_topology().decoders().empty());
+  EXPECT_FALSE(plugin_->video_topology().active());
+  EXPECT_FALSE(Recording()->Committed().at(0).content);
+  EXPECT_EQ(Position("d"), 0);
+}
+
+// Fades and blanking reach the audience on windows that show video: the composition, drawn
+// above the window's fade overlay, follows the window's fade, and every fade replies.
+TEST_F(VideoRowsTest, FadesAndBlankingOfVideoWindowsReplyAndDarkenTheVideo) {
+  Show("d", 0);
+  Show("other", 160);
+  ExpectTrue(Call("setVideoTopology", Topology({Decoder("a", media_)}, {Assign("d", "a")})),
+             "topology");
+  ExpectTrue(Call("setVideoOpacity", Map({{"opacity", EncodableValue(1.0)}})), "opacity");
+  auto opacity = [&] { return Recording()->Committed().at(0).opacity; };
+  auto fade = [&](const char* method, const EncodableValue& arguments, float expected) {
+    const int token = Deliver(method, arguments);
+    ASSERT_TRUE(PumpUntil([&] { return ReplyTo(token).replies > 0; }, nullptr)) << method;
+    EXPECT_EQ(ReplyTo(token).kind, "success") << method;
+    ASSERT_TRUE(PumpUntil([&] { return opacity() == expected; }, Recording()->change_event()))
+        << method << " shows " << opacity();
+  };
+  const EncodableValue short_fade = Map({{"duration", EncodableValue(60)}});
+  fade("fadeToBlackForDisplay",
+       Map({{"displayId", EncodableValue("d")}, {"duration", EncodableValue(60)}}), 0.0f);
+  fade("fadeFromBlackAll", short_fade, 1.0f);
+  fade("fadeToBlackAll", short_fade, 0.0f);
+  fade("fadeFromBlackForDisplay",
+       Map({{"displayId", EncodableValue("d")}, {"duration", EncodableValue(60)}}), 1.0f);
+  fade("blankForDisplay", Map({{"displayId", EncodableValue("d")}}), 0.0f);
+  fade("unblankAll", EncodableValue(), 1.0f);
+  fade("blankAll", EncodableValue(), 0.0f);
+  fade("unblankForDisplay", Map({{"displayId", EncodableValue("d")}}), 1.0f);
+}
+
+// A lost shared device is not kept: the next topology is built on a fresh device and coordinator,
+// and video is presented again.
+TEST_F(VideoRowsTest, ALostVideoDeviceIsRecreatedByTheNextTopology) {
+  Show("d", 0);
+  const EncodableValue topology = Topology({Decoder("a", media_)}, {Assign("d", "a")});
+  ExpectTrue(Call("setVideoTopology", topology), "topology");
+  std::shared_ptr<RecordingCompositionDevice> lost = Recording();
+  lost->SetPresentResult(DXGI_ERROR_DEVICE_REMOVED);
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return CountOf(NewLog(), "Device lost during pipeline Present") > 0; },
+                        lost->change_event()));
+  ExpectTrue(Call("setVideoTopology", topology), "topology after the loss");
+  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 2u);
+  EXPECT_EQ(CountOf(NewLog(), "the shared D3D11 device was lost"), 1u);
+  ASSERT_NE(Recording(), lost);
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return Recording()->present_count() > 0; },
+                        Recording()->change_event()));
+  ExpectTrue(Call("setVideoTopology", topology), "a third topology keeps the new device");
+  EXPECT_EQ(CountOf(NewLog(), "Created shared D3D11 device for DComp"), 2u);
+  // Both render loops pace with 1 ms sleeps while the plugin lives.
+  EXPECT_GE(TimerResolution::ActiveCount(), 1);
 }
 
 // A coordinator that cannot make its composition device answers "DCOMP_FAILED" and is shut

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "live_output/log/logger.h"
 #include "live_output/video/dcomp_composition_device.h"
 #include "live_output/video/recording_composition_device.h"
 
@@ -18,6 +19,11 @@ CompositionDeviceFactory DefaultCompositionDeviceFactory() {
   }
   std::string image_folder(folder.data(), length < folder.size() ? length : 0);
   return [image_folder](IDXGIDevice* /*device*/, std::shared_ptr<CompositionDevice>* out) {
+    // Never silently: on a real display nothing of the video would be seen.
+    Logger::Instance().Warning("DCOMP",
+                               "%s is set: video is composed by the recording stand-in, not by "
+                               "DirectComposition; the displays show no video",
+                               kRecordingCompositionVariable);
     *out = std::make_shared<RecordingCompositionDevice>(image_folder);
     return S_OK;
   };

@@ -124,6 +124,7 @@ bool DCompCoordinator::AddDisplay(HWND hwnd, const std::string& display_id, int 
       // Invisible until a fade-in or SetOpacity raises it.
       entry.effect_group->SetOpacity(0.0f);
       entry.visual->SetEffect(entry.effect_group);
+      entry.applied_opacity = 0.0f;
     }
     entry.target->SetRoot(entry.visual);
     displays_.emplace(display_id, std::move(entry));
@@ -309,8 +310,10 @@ void DCompCoordinator::SetDisplayCrop(const std::string& display_id, int x, int 
       CompositionRect clip;
       clip.left = static_cast<float>(x);
       clip.top = static_cast<float>(y);
-      clip.right = static_cast<float>(x + entry.width);
-      clip.bottom = static_cast<float>(y + entry.height);
+      // The clip is in the content's own coordinates, before the offset and the scale: it keeps
+      // exactly the crop, which the scale then fits to the display whatever their sizes.
+      clip.right = static_cast<float>(x + crop_width);
+      clip.bottom = static_cast<float>(y + crop_height);
       entry.visual->SetClip(clip);
       ApplyVisualScaleLocked(entry.visual.get(), crop_width, crop_height, entry.width,
                              entry.height);
@@ -334,6 +337,20 @@ void DCompCoordinator::UnassignDisplay(const std::string& display_id) {
   }
   CommitLogged();
   Logger::Instance().Info(kCategory, "Unassigned display '%s'", display_id.c_str());
+}
+
+void DCompCoordinator::SetDisplayAudienceLevel(const std::string& display_id,
+                                               AudienceLevel level) {
+  {
+    std::lock_guard<RecursiveLock> lock(mutex_);
+    const auto display = displays_.find(display_id);
+    if (display == displays_.end()) {
+      return;
+    }
+    display->second.audience_level = std::move(level);
+    ApplyOpacityLocked(display->second);
+  }
+  CommitLogged();
 }
 
 std::string DCompCoordinator::GetAssignedDecoderKey(const std::string& display_id) {

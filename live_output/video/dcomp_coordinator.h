@@ -67,6 +67,12 @@ class DCompCoordinator {
   // display. Published by the render loop's next commit, or at once while the loop is stopped.
   void SetDisplayCrop(const std::string& display_id, int x, int y, int crop_width, int crop_height);
   void UnassignDisplay(const std::string& display_id);
+  // What the audience may see of the output window below the display's composition (its fade and
+  // blanking, 255 all ... 0 black). The composition is drawn above the window's fade overlay, so
+  // the display's opacity follows this level too: the render loop multiplies it into the opacity
+  // of every pass. Null: always 255.
+  using AudienceLevel = std::shared_ptr<const std::atomic<std::uint8_t>>;
+  void SetDisplayAudienceLevel(const std::string& display_id, AudienceLevel level);
   // Empty when the display is unknown or shows nothing.
   std::string GetAssignedDecoderKey(const std::string& display_id);
   void RemoveDecoderPipeline(const std::string& decoder_key);
@@ -81,17 +87,28 @@ class DCompCoordinator {
   void StopRenderLoop();
   bool IsRenderLoopRunning() const { return running_.load(); }
 
-  // Fades every display's opacity to 1 (in) or 0 (out) over duration_ms with an ease-in-out
-  // curve; the completion is called once, when the fade ends or is cancelled. A duration below 1,
-  // or a display without an effect group, makes the change instant. An instant fade-in leaves a
-  // running fade alone; an instant fade-out cancels it.
+  // Fades every display's opacity to 1 (in, always from 0) or to 0 (out, from the opacity shown
+  // when it starts) over duration_ms with an ease-in-out curve; the completion is called once,
+  // when the fade ends or is cancelled. A duration below 1, or a display without an effect group,
+  // makes the change instant. An instant fade-in leaves a running fade alone; an instant fade-out
+  // cancels it.
   void FadeIn(int duration_ms, Completion completion);
   void FadeOut(int duration_ms, Completion completion);
   void CancelFade();
-  // Sets every display's opacity at once and commits.
+  // Ends a running fade (its completion is called), sets every display's opacity at once and
+  // commits.
   void SetOpacity(float opacity);
   // At least one display, and every display has an effect group.
   bool CanFade();
+
+  // Present answered that the device was removed or reset (kept until the coordinator goes).
+  bool device_lost() const { return device_lost_.load(); }
+  // A render thread that did not stop within the stop timeout (stuck in the media library or in
+  // Present) was left behind: the loop cannot start again, and the decoders it may still be
+  // inside must not be destroyed.
+  bool render_loop_abandoned() const { return loop_abandoned_.load(); }
+  // How long StopRenderLoop waits for the render thread (2000 ms unless changed).
+  void SetStopTimeoutForTesting(int milliseconds) { stop_timeout_ms_ = milliseconds; }
 
   // For tests and benchmarks: render loop passes made since the loop started.
   std::uint64_t loop_pass_count() const { return loop_passes_.load(); }
@@ -114,6 +131,13 @@ class DCompCoordinator {
     int crop_height = 0;
     bool has_crop = false;
     std::string decoder_key;
+    AudienceLevel audience_level;
+    // The opacity fades and SetOpacity give the display (0 until raised), and what it was when
+    // the running fade-out began: a fade-out starts from what the audience sees.
+    float video_opacity = 0.0f;
+    float fade_from = 1.0f;
+    // Opacity last given to the effect group: the video opacity times the audience level.
+    float applied_opacity = -1.0f;
   };
   struct DecoderPipeline {
     VideoDecoder* decoder = nullptr;
@@ -148,7 +172,16 @@ class DCompCoordinator {
                        ID3D11Texture2D* source, int source_width, int source_height);
   void ReportDeviceLost(HRESULT presented);
   void FadeTick();
-  void SetAllOpacity(float opacity);
+  // Every display's opacity, or with from_fade_start that fraction of what each showed when the
+  // running fade-out began.
+  void SetAllOpacity(float opacity, bool from_fade_start = false);
+  // Gives the display's effect group the video opacity times its audience level, when that
+  // changed; true when it did. Caller holds mutex_.
+  bool ApplyOpacityLocked(DisplayEntry& display);
+  // Follows every display's audience level; commits when an opacity changed.
+  void ApplyAudienceLevels();
+  // Takes the running fade out (not calling its completion); false when none ran.
+  bool TakeRunningFade(Completion* completion);
   void StartFade(bool fade_out, int duration_ms, Completion completion);
   // Takes the stored fade completion out. Caller must not hold fade_mutex_.
   Completion TakeFadeCompletion();
@@ -163,7 +196,12 @@ class DCompCoordinator {
   std::map<std::string, DecoderPipeline> pipelines_;
   RecursiveLock mutex_;
 
+  struct LoopExit;
   std::thread render_thread_;
+  std::shared_ptr<LoopExit> loop_exit_;
+  int stop_timeout_ms_ = 2000;
+  std::atomic<bool> loop_abandoned_{false};
+  std::atomic<bool> device_lost_{false};
   std::atomic<bool> running_{false};
   std::atomic<bool> device_lost_reported_{false};
   std::atomic<bool> fade_active_{false};

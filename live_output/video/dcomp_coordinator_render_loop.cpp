@@ -4,6 +4,7 @@
 #include <wrl/client.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -38,8 +39,20 @@ float Ease(float t) {
 // ---------------------------------------------------------------------------------------------
 // Loop
 
+// Set by the render thread as its last act, so that StopRenderLoop can wait for it with a bound.
+struct DCompCoordinator::LoopExit {
+  std::mutex mutex;
+  std::condition_variable ended;
+  bool done = false;
+};
+
 void DCompCoordinator::StartRenderLoop() {
   if (running_.load()) {
+    return;
+  }
+  if (loop_abandoned_.load()) {
+    Logger::Instance().Error(kCategory, "Render loop not started: an earlier render thread is "
+                                        "still stuck");
     return;
   }
   if (render_thread_.joinable()) {
@@ -48,7 +61,13 @@ void DCompCoordinator::StartRenderLoop() {
   running_.store(true);
   device_lost_reported_.store(false);
   loop_passes_.store(0);
-  render_thread_ = std::thread(&DCompCoordinator::RenderLoop, this);
+  loop_exit_ = std::make_shared<LoopExit>();
+  render_thread_ = std::thread([this, exit = loop_exit_] {
+    RenderLoop();
+    std::lock_guard<std::mutex> lock(exit->mutex);
+    exit->done = true;
+    exit->ended.notify_all();
+  });
   Logger::Instance().Info(kCategory, "Render loop started");
 }
 
@@ -56,8 +75,28 @@ void DCompCoordinator::StopRenderLoop() {
   CancelFade();
   running_.store(false);
   if (render_thread_.joinable()) {
-    // From the render thread itself this raises std::system_error (resource deadlock).
-    render_thread_.join();
+    if (render_thread_.get_id() == std::this_thread::get_id()) {
+      render_thread_.join();  // raises std::system_error (resource deadlock)
+    }
+    bool ended = true;
+    if (loop_exit_) {
+      std::unique_lock<std::mutex> lock(loop_exit_->mutex);
+      ended = loop_exit_->ended.wait_for(lock, std::chrono::milliseconds(stop_timeout_ms_),
+                                         [this] { return loop_exit_->done; });
+    }
+    if (ended) {
+      render_thread_.join();
+    } else {
+      // A thread stuck in the media library or in Present is not waited on for ever: it is left
+      // behind, and with it everything it may still touch (see render_loop_abandoned()).
+      render_thread_.detach();
+      loop_abandoned_.store(true);
+      Logger::Instance().Error(kCategory,
+                               "Render loop did not stop within %d ms (stuck in the media "
+                               "library or in Present); the render thread is abandoned",
+                               stop_timeout_ms_);
+      Logger::Instance().Flush();
+    }
   }
   Logger::Instance().Info(kCategory, "Render loop stopped");
 }
@@ -80,6 +119,7 @@ void DCompCoordinator::RunLoopPasses(void* context) {
     if (self->fade_active_.load()) {
       self->FadeTick();
     }
+    self->ApplyAudienceLevels();
     frames += 1;
     self->loop_passes_.fetch_add(1);
     const TimePoint now = self->Now();
@@ -146,6 +186,7 @@ void DCompCoordinator::PresentPipeline(CompositionSwapChain& swap_chain, int can
   if (SUCCEEDED(presented)) {
     CommitLogged();
   } else if (presented == DXGI_ERROR_DEVICE_REMOVED || presented == DXGI_ERROR_DEVICE_RESET) {
+    device_lost_.store(true);
     ReportDeviceLost(presented);
   } else {
     Logger::Instance().Warning(kCategory, "Pipeline Present failed with HRESULT=0x%08X",
@@ -179,16 +220,46 @@ void DCompCoordinator::ReportDeviceLost(HRESULT presented) {
 // ---------------------------------------------------------------------------------------------
 // Opacity and fades
 
-void DCompCoordinator::SetAllOpacity(float opacity) {
+bool DCompCoordinator::ApplyOpacityLocked(DisplayEntry& display) {
+  if (!display.effect_group) {
+    return false;
+  }
+  const float level =
+      display.audience_level ? static_cast<float>(display.audience_level->load()) / 255.0f : 1.0f;
+  const float opacity = display.video_opacity * level;
+  if (opacity == display.applied_opacity) {
+    return false;
+  }
+  display.applied_opacity = opacity;
+  display.effect_group->SetOpacity(opacity);
+  return true;
+}
+
+void DCompCoordinator::SetAllOpacity(float opacity, bool from_fade_start) {
   RenderFaultGuard::ScopedFrameLock lock(mutex_);
   for (auto& display : displays_) {
-    if (display.second.effect_group) {
-      display.second.effect_group->SetOpacity(opacity);
+    display.second.video_opacity =
+        from_fade_start ? display.second.fade_from * opacity : opacity;
+    ApplyOpacityLocked(display.second);
+  }
+}
+
+void DCompCoordinator::ApplyAudienceLevels() {
+  bool changed = false;
+  {
+    RenderFaultGuard::ScopedFrameLock lock(mutex_);
+    for (auto& display : displays_) {
+      changed = ApplyOpacityLocked(display.second) || changed;
     }
+  }
+  if (changed) {
+    CommitLogged();
   }
 }
 
 void DCompCoordinator::SetOpacity(float opacity) {
+  // An instant change ends a running fade, which would otherwise overwrite it on its next tick.
+  CancelFade();
   SetAllOpacity(opacity);
   CommitLogged();
 }
@@ -213,11 +284,23 @@ DCompCoordinator::Completion DCompCoordinator::TakeFadeCompletion() {
   return completion;
 }
 
-void DCompCoordinator::CancelFade() {
+bool DCompCoordinator::TakeRunningFade(Completion* completion) {
+  RenderFaultGuard::ScopedFrameLock lock(fade_mutex_);
   if (!fade_active_.exchange(false)) {
+    return false;
+  }
+  // A tick of this fade that is under way finds the generation changed and applies nothing.
+  fade_generation_ += 1;
+  *completion = std::move(fade_complete_);
+  fade_complete_ = nullptr;
+  return true;
+}
+
+void DCompCoordinator::CancelFade() {
+  Completion completion;
+  if (!TakeRunningFade(&completion)) {
     return;
   }
-  Completion completion = TakeFadeCompletion();
   if (completion) {
     completion();
   }
@@ -226,7 +309,18 @@ void DCompCoordinator::CancelFade() {
 
 void DCompCoordinator::StartFade(bool fade_out, int duration_ms, Completion completion) {
   {
+    // Ticks apply opacities under this lock and only for the fade they read: once the new fade is
+    // stored here, no tick of an earlier fade can change what it starts from.
     std::lock_guard<RecursiveLock> lock(fade_mutex_);
+    if (fade_out) {
+      std::lock_guard<RecursiveLock> map_lock(mutex_);
+      for (auto& display : displays_) {
+        display.second.fade_from = display.second.video_opacity;
+      }
+    } else {
+      // A fade-in always starts from black.
+      SetAllOpacity(0.0f);
+    }
     fade_complete_ = std::move(completion);
     fade_out_ = fade_out;
     fade_duration_ms_ = duration_ms;
@@ -234,6 +328,7 @@ void DCompCoordinator::StartFade(bool fade_out, int duration_ms, Completion comp
     fade_generation_ += 1;
     fade_active_.store(true);
   }
+  CommitLogged();
 }
 
 void DCompCoordinator::FadeIn(int duration_ms, Completion completion) {
@@ -248,9 +343,6 @@ void DCompCoordinator::FadeIn(int duration_ms, Completion completion) {
     return;
   }
   CancelFade();
-  // A fade-in always starts from black.
-  SetAllOpacity(0.0f);
-  CommitLogged();
   StartFade(false, duration_ms, std::move(completion));
   Logger::Instance().Info(kCategory, "Fade-in started (%d ms)", duration_ms);
 }
@@ -267,42 +359,43 @@ void DCompCoordinator::FadeOut(int duration_ms, Completion completion) {
     return;
   }
   CancelFade();
-  // The opacity is not reset: the first tick sets the curve's start value.
+  // Starts from what the audience sees now, never from full opacity.
   StartFade(true, duration_ms, std::move(completion));
   Logger::Instance().Info(kCategory, "Fade-out started (%d ms)", duration_ms);
 }
 
 void DCompCoordinator::FadeTick() {
+  Completion completion;
+  bool finished = false;
   bool fade_out = true;
-  std::int32_t duration_ms = 1;
-  TimePoint start;
-  std::uint64_t generation = 0;
   {
     RenderFaultGuard::ScopedFrameLock lock(fade_mutex_);
-    generation = fade_generation_;
+    if (!fade_active_.load()) {
+      return;
+    }
     fade_out = fade_out_;
-    duration_ms = fade_duration_ms_ > 0 ? fade_duration_ms_ : 1;
-    start = fade_start_;
-  }
-  const std::int64_t elapsed_ms =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(Now() - start).count() / 1000000;
-  const float progress = static_cast<float>(elapsed_ms) / static_cast<float>(duration_ms);
-  const float t = std::min(progress, 1.0f);
-  const float eased = Ease(t < 0.0f ? 0.0f : t);
-  SetAllOpacity(fade_out ? 1.0f - eased : eased);
-  CommitLogged();
-  if (t >= 1.0f) {
-    // A cancel, or a newer fade, may have raced this tick: whoever clears the flag of this
-    // fade calls its completion.
-    Completion completion;
-    {
-      RenderFaultGuard::ScopedFrameLock lock(fade_mutex_);
-      if (generation != fade_generation_ || !fade_active_.exchange(false)) {
-        return;
-      }
+    const std::int32_t duration_ms = fade_duration_ms_ > 0 ? fade_duration_ms_ : 1;
+    const std::int64_t elapsed_ms =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(Now() - fade_start_).count() /
+        1000000;
+    const float progress = static_cast<float>(elapsed_ms) / static_cast<float>(duration_ms);
+    const float t = std::min(progress, 1.0f);
+    const float eased = Ease(t < 0.0f ? 0.0f : t);
+    if (fade_out) {
+      SetAllOpacity(1.0f - eased, true);
+    } else {
+      SetAllOpacity(eased);
+    }
+    if (t >= 1.0f) {
+      fade_active_.store(false);
+      fade_generation_ += 1;
       completion = std::move(fade_complete_);
       fade_complete_ = nullptr;
+      finished = true;
     }
+  }
+  CommitLogged();
+  if (finished) {
     Logger::Instance().Info(kCategory, "Fade-%s complete", fade_out ? "out" : "in");
     if (completion) {
       completion();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "live_output/test_support/hang_watchdog.h"
 #include "live_output/test_support/live_window_test_support.h"
 #include "live_output/test_support/video_test_support.h"
 #include "live_output/video/dcomp_coordinator.h"
@@ -19,6 +20,7 @@ namespace native_live_window {
 namespace {
 
 using live_window_test::CountOf;
+using live_window_test::HangWatchdog;
 using live_window_test::LogText;
 using live_window_test::PumpUntil;
 using video_test::ManualSteadyClock;
@@ -99,15 +101,8 @@ TEST_P(PlacementTest, CommitsScaleOffsetAndClip) {
     EXPECT_EQ(committed.transform.dx, 0.0f);
     EXPECT_EQ(committed.transform.dy, 0.0f);
   }
+  // Where the crop's clip and offset put the picture: ACropShowsExactlyItsRegion... below.
   EXPECT_EQ(committed.has_clip, c.crop_width > 0);
-  if (c.crop_width > 0) {
-    EXPECT_EQ(committed.offset_x, static_cast<float>(-c.crop_x));
-    EXPECT_EQ(committed.offset_y, static_cast<float>(-c.crop_y));
-    EXPECT_EQ(committed.clip.left, static_cast<float>(c.crop_x));
-    EXPECT_EQ(committed.clip.top, static_cast<float>(c.crop_y));
-    EXPECT_EQ(committed.clip.right, static_cast<float>(c.crop_x + c.display_width));
-    EXPECT_EQ(committed.clip.bottom, static_cast<float>(c.crop_y + c.display_height));
-  }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -145,16 +140,6 @@ TEST_F(DCompCoordinatorTest, RemovingAPipelineBlanksItsDisplaysAndClearsTheirKey
   EXPECT_EQ(blanked.offset_x, 0.0f);
 }
 
-TEST_F(DCompCoordinatorTest, RefusesPipelinesItCannotMake) {
-  VideoDecoder decoder;
-  EXPECT_FALSE(coordinator_->AddDecoderPipeline("", &decoder, 64, 64));
-  EXPECT_FALSE(coordinator_->AddDecoderPipeline("k", nullptr, 64, 64));
-  EXPECT_FALSE(coordinator_->AddDecoderPipeline("k", &decoder, 0, 64));
-  EXPECT_NE(LogText().find("AddDecoderPipeline: invalid canvas size 0x64 (key='k')"),
-            std::string::npos);
-  EXPECT_FALSE(coordinator_->AssignDisplayToDecoder("nobody", "k"));
-}
-
 // ---------------------------------------------------------------------------------------------
 // Render loop with a playing decoder (the stand-in media library, frames delivered by the test)
 
@@ -174,7 +159,7 @@ class RenderLoopTest : public DCompCoordinatorTest {
     ASSERT_TRUE(coordinator_->AddDecoderPipeline("wall", decoder_.get(), 320, 90));
   }
   void TearDown() override {
-    coordinator_->StopRenderLoop();
+    if (coordinator_) coordinator_->StopRenderLoop();
     coordinator_.reset();
     decoder_.reset();
     MdkStandin_Settle();
@@ -221,6 +206,42 @@ TEST_F(RenderLoopTest, FramesAreCopiedPresentedAndSpanTheDisplays) {
   EXPECT_EQ(shown[0] ^ shown[1], 0xFFFFFFu);
 }
 
+// A crop shows exactly its region, scaled to the display, whether it is smaller than the display,
+// as large, or larger. The canvas is 320 x 90: its left half one colour, its right half the
+// inverse; each crop here is centred on the middle, so the display's left half must show the one
+// and its right half the other, edge to edge.
+TEST_F(RenderLoopTest, ACropShowsExactlyItsRegionScaledToTheDisplay) {
+  struct Case {
+    const char* name;
+    int crop_x, crop_y, crop_width, crop_height;
+  };
+  const Case cases[] = {{"smaller", 120, 25, 80, 40},
+                        {"equal", 80, 22, 160, 45},
+                        {"larger", 0, 0, 320, 90}};
+  const HWND hwnd = AddDisplay("display", 160, 45);
+  coordinator_->AssignDisplayToDecoder("display", "wall");
+  coordinator_->SetOpacity(1.0f);
+  coordinator_->StartRenderLoop();
+  ASSERT_TRUE(RenderOneFrame());
+  coordinator_->StopRenderLoop();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    coordinator_->SetDisplayCrop("display", c.crop_x, c.crop_y, c.crop_width, c.crop_height);
+    std::vector<std::uint32_t> pixels;
+    int width = 0;
+    int height = 0;
+    ASSERT_TRUE(recording_->ComposeWindow(hwnd, d3d_.context.Get(), &pixels, &width, &height));
+    const std::uint32_t left = pixels[0] & 0xFFFFFFu;
+    EXPECT_EQ(left ^ (pixels[44 * 160 + 159] & 0xFFFFFFu), 0xFFFFFFu) << "corners";
+    for (int y : {0, 22, 44}) {
+      for (int x = 0; x < 160; ++x) {
+        ASSERT_EQ(pixels[y * 160 + x] & 0xFFFFFFu, x < 80 ? left : (~left & 0xFFFFFFu))
+            << "x " << x << " y " << y;
+      }
+    }
+  }
+}
+
 TEST_F(RenderLoopTest, DeviceLossIsLoggedOncePerLoopStartNamingTheDisplays) {
   AddDisplay("b-second", 160, 90);
   AddDisplay("a-first", 160, 90);
@@ -241,28 +262,6 @@ TEST_F(RenderLoopTest, DeviceLossIsLoggedOncePerLoopStartNamingTheDisplays) {
 
 // ---------------------------------------------------------------------------------------------
 // Fades
-
-TEST_F(DCompCoordinatorTest, FadeInStartsFromBlackAndRepliesAfterItEnds) {
-  const HWND hwnd = AddDisplay("d", 64, 64);
-  coordinator_->SetOpacity(1.0f);
-  coordinator_->StartRenderLoop();
-  std::atomic<int> completions{0};
-  const HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  coordinator_->FadeIn(300, [&completions, done] {
-    completions.fetch_add(1);
-    SetEvent(done);
-  });
-  EXPECT_EQ(Opacity(hwnd), 0.0f);
-  clock_.Advance(150);
-  ASSERT_TRUE(WaitForOpacity(hwnd, 0.5f));
-  EXPECT_EQ(completions.load(), 0);
-  clock_.Advance(200);
-  ASSERT_TRUE(PumpUntil([&] { return completions.load() == 1; }, done));
-  CloseHandle(done);
-  EXPECT_EQ(Opacity(hwnd), 1.0f);
-  coordinator_->StopRenderLoop();
-  EXPECT_EQ(completions.load(), 1);
-}
 
 TEST_F(DCompCoordinatorTest, FadeOutDuringFadeInCompletesTheFirstOneFirst) {
   const HWND hwnd = AddDisplay("d", 64, 64);
@@ -344,6 +343,87 @@ INSTANTIATE_TEST_SUITE_P(
         InstantCase{"NoEffectGroupFadeOut", true, false, true, 500, 0.0f, false},
         InstantCase{"NoEffectGroupFadeIn", true, false, false, 500, 1.0f, false}),
     [](const ::testing::TestParamInfo<InstantCase>& info) { return info.param.name; });
+
+// What the audience sees is where a fade starts: a fade-out from 0.5 never flashes to 1; an
+// instant opacity ends a running fade (its completion runs once); a fade-in starts from black.
+TEST_F(DCompCoordinatorTest, FadesStartFromWhatTheAudienceSees) {
+  const HWND hwnd = AddDisplay("d", 32, 32);
+  coordinator_->SetOpacity(0.5f);
+  coordinator_->StartRenderLoop();
+  std::atomic<int> completions{0};
+  auto done = [&completions] { completions.fetch_add(1); };
+  coordinator_->FadeOut(1000, done);
+  clock_.Advance(500);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 0.25f));  // half of 0.5 at the curve's middle
+  coordinator_->SetOpacity(0.8f);
+  EXPECT_EQ(completions.load(), 1);
+  EXPECT_EQ(Opacity(hwnd), 0.8f);
+  coordinator_->FadeIn(300, done);
+  EXPECT_EQ(Opacity(hwnd), 0.0f);
+  clock_.Advance(150);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 0.5f));
+  clock_.Advance(1000);
+  ASSERT_TRUE(WaitForOpacity(hwnd, 1.0f));
+  coordinator_->StopRenderLoop();
+  EXPECT_EQ(completions.load(), 2);
+}
+
+// A render thread stuck in the media library is reported and left behind, not waited on.
+TEST_F(RenderLoopTest, AStuckRenderThreadIsReportedNotWaitedOn) {
+  HangWatchdog watchdog(60000, "stopping a render loop stuck in the media library");
+  AddDisplay("d", 160, 90);
+  coordinator_->AssignDisplayToDecoder("d", "wall");
+  coordinator_->SetStopTimeoutForTesting(200);
+  MdkStandin_SetRenderHang(1);
+  coordinator_->StartRenderLoop();
+  MdkStandin_AdvanceFrames(1);
+  ASSERT_TRUE(PumpUntil([&] { return MdkStandin_RendersWaiting() > 0; }, nullptr));
+  coordinator_->StopRenderLoop();
+  EXPECT_TRUE(coordinator_->render_loop_abandoned());
+  EXPECT_EQ(CountOf(LogText(), "Render loop did not stop within 200 ms"), 1u);
+  MdkStandin_SetRenderHang(0);
+  // The abandoned thread still refers to both: they stay for the rest of the process.
+  coordinator_.release();  // NOLINT
+  decoder_.release();  // NOLINT
+}
+
+TEST_F(DCompCoordinatorTest, AWindowTakesOneTargetPerLayerAndTheTopmostOneIsAboveItsChildren) {
+  const HWND hwnd = AddDisplay("d", 32, 32);
+  std::shared_ptr<CompositionTarget> second;
+  EXPECT_EQ(recording_->CreateTargetForHwnd(hwnd, true, &second),
+            static_cast<HRESULT>(0x88980800L));
+  RecordingCompositionDevice other;
+  EXPECT_EQ(other.CreateTargetForHwnd(hwnd, true, &second), static_cast<HRESULT>(0x88980800L));
+  std::shared_ptr<CompositionTarget> below;
+  ASSERT_EQ(other.CreateTargetForHwnd(hwnd, false, &below), S_OK) << "the other layer is free";
+  EXPECT_TRUE(recording_->CommittedFor(hwnd).topmost);
+  coordinator_->RemoveAllDisplays();
+  EXPECT_EQ(other.CreateTargetForHwnd(hwnd, true, &second), S_OK) << "free once destroyed";
+}
+
+TEST_F(RenderLoopTest, TheHeartbeatComesAfterSixtySecondsOfRunning) {
+  AddDisplay("d", 160, 90);
+  coordinator_->AssignDisplayToDecoder("d", "wall");
+  const std::size_t before = CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: ");
+  coordinator_->StartRenderLoop();
+  ASSERT_TRUE(RenderOneFrame());  // the loop runs, its minute counted from its start
+  clock_.Advance(59999);
+  ASSERT_TRUE(RenderOneFrame());
+  EXPECT_EQ(CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: "), before);
+  clock_.Advance(1);
+  ASSERT_TRUE(RenderOneFrame());
+  coordinator_->StopRenderLoop();
+  EXPECT_EQ(CountOf(LogText(), "INFO  [DCOMP] Render heartbeat: "), before + 1);
+}
+
+TEST(CompositionServicesTest, TheRecordingCompositionNeverReplacesDirectCompositionSilently) {
+  LogText();
+  SetEnvironmentVariableA(kRecordingCompositionVariable, "");
+  std::shared_ptr<CompositionDevice> device;
+  EXPECT_EQ(DefaultCompositionDeviceFactory()(nullptr, &device), S_OK);
+  SetEnvironmentVariableA(kRecordingCompositionVariable, nullptr);
+  EXPECT_EQ(CountOf(LogText(), "WARNING [DCOMP] KESTRUN_RECORDING_COMPOSITION is set"), 1u);
+}
 
 TEST_F(DCompCoordinatorTest, ShutdownCancelsAFadeAndEmptiesEveryWindow) {
   const HWND hwnd = AddDisplay("d", 32, 32);

@@ -1,5 +1,6 @@
 #include "live_output/video/recording_composition_device.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +15,21 @@ class RecordingTarget;
 class RecordingVisual;
 class RecordingEffectGroup;
 class RecordingTransform;
+// DirectComposition binds at most one target per window and layer (topmost or not) in the whole
+// system, until that target object is destroyed: a second one is refused with
+// DCOMPOSITION_ERROR_WINDOW_ALREADY_COMPOSED, whichever device asks.
+constexpr HRESULT kWindowAlreadyComposed = static_cast<HRESULT>(0x88980800L);
+
+struct ComposedLayers {
+  std::mutex mutex;
+  std::vector<std::pair<HWND, bool>> bound;
+};
+
+ComposedLayers& Layers() {
+  static ComposedLayers* layers = new ComposedLayers();  // outlives every target
+  return *layers;
+}
+
 }  // namespace
 
 // Shared by the device and every object it made; guards the whole recorded tree.
@@ -168,7 +184,15 @@ class RecordingVisual : public CompositionVisual {
 
 class RecordingTarget : public CompositionTarget {
  public:
-  RecordingTarget(RecordingTree* tree, HWND hwnd) : tree_(tree), hwnd_(hwnd) {}
+  RecordingTarget(RecordingTree* tree, HWND hwnd, bool topmost)
+      : tree_(tree), hwnd_(hwnd), topmost_(topmost) {}
+  ~RecordingTarget() override {
+    ComposedLayers& layers = Layers();
+    std::lock_guard<std::mutex> lock(layers.mutex);
+    auto& bound = layers.bound;
+    bound.erase(std::remove(bound.begin(), bound.end(), std::make_pair(hwnd_, topmost_)),
+                bound.end());
+  }
   HRESULT SetRoot(std::shared_ptr<CompositionVisual> visual) override {
     std::shared_ptr<RecordingVisual> root;
     if (visual) {
@@ -183,6 +207,7 @@ class RecordingTarget : public CompositionTarget {
   }
   void RecordLocked(CommittedComposition* out) const {
     out->hwnd = hwnd_;
+    out->topmost = topmost_;
     out->has_root = root_ != nullptr;
     if (root_) {
       root_->RecordLocked(out);
@@ -192,6 +217,7 @@ class RecordingTarget : public CompositionTarget {
  private:
   RecordingTree* tree_;
   HWND hwnd_;
+  bool topmost_;
   std::shared_ptr<RecordingVisual> root_;
 };
 
@@ -236,6 +262,30 @@ std::uint32_t Scale(std::uint32_t pixel, float opacity) {
     out |= static_cast<std::uint32_t>(std::lround(channel < 0.0f ? 0.0f : channel)) << shift;
   }
   return out;
+}
+
+// Child windows drawn over a composition that is not topmost: each visible layered child (the
+// black fade overlay) darkens what lies below it by its whole-window alpha.
+void DarkenUnderChildren(HWND parent, int width, int height, std::vector<std::uint32_t>* pixels) {
+  for (HWND child = GetWindow(parent, GW_CHILD); child != nullptr;
+       child = GetWindow(child, GW_HWNDNEXT)) {
+    BYTE alpha = 0;
+    DWORD flags = 0;
+    RECT rect = {};
+    if (!IsWindowVisible(child) || (GetWindowLongW(child, GWL_EXSTYLE) & WS_EX_LAYERED) == 0 ||
+        !GetLayeredWindowAttributes(child, nullptr, &alpha, &flags) ||
+        (flags & LWA_ALPHA) == 0 || !GetWindowRect(child, &rect)) {
+      continue;
+    }
+    MapWindowPoints(HWND_DESKTOP, parent, reinterpret_cast<POINT*>(&rect), 2);
+    const float keep = 1.0f - static_cast<float>(alpha) / 255.0f;
+    for (int y = std::max(0L, rect.top); y < std::min<long>(height, rect.bottom); ++y) {
+      for (int x = std::max(0L, rect.left); x < std::min<long>(width, rect.right); ++x) {
+        std::uint32_t& pixel = (*pixels)[static_cast<std::size_t>(y) * width + x];
+        pixel = Scale(pixel, keep);
+      }
+    }
+  }
 }
 
 bool WriteBmp(const std::string& path, const std::vector<std::uint32_t>& pixels, int width,
@@ -309,11 +359,20 @@ RecordingCompositionDevice::RecordingCompositionDevice(std::string image_folder)
 RecordingCompositionDevice::~RecordingCompositionDevice() = default;
 
 HRESULT RecordingCompositionDevice::CreateTargetForHwnd(
-    HWND hwnd, bool /*topmost*/, std::shared_ptr<CompositionTarget>* target) {
+    HWND hwnd, bool topmost, std::shared_ptr<CompositionTarget>* target) {
   if (hwnd == nullptr || !IsWindow(hwnd)) {
     return E_INVALIDARG;
   }
-  auto created = std::make_shared<RecordingTarget>(tree_.get(), hwnd);
+  {
+    ComposedLayers& layers = Layers();
+    std::lock_guard<std::mutex> lock(layers.mutex);
+    const auto layer = std::make_pair(hwnd, topmost);
+    if (std::find(layers.bound.begin(), layers.bound.end(), layer) != layers.bound.end()) {
+      return kWindowAlreadyComposed;
+    }
+    layers.bound.push_back(layer);
+  }
+  auto created = std::make_shared<RecordingTarget>(tree_.get(), hwnd, topmost);
   {
     std::lock_guard<std::mutex> lock(tree_->mutex);
     auto& targets = tree_->targets;
@@ -503,6 +562,9 @@ bool RecordingCompositionDevice::ComposeWindow(HWND hwnd, ID3D11DeviceContext* c
       (*pixels)[static_cast<std::size_t>(y) * *width + x] =
           Scale(pixel, entry.has_effect ? entry.opacity : 1.0f);
     }
+  }
+  if (!entry.topmost) {
+    DarkenUnderChildren(hwnd, *width, *height, pixels);
   }
   return true;
 }

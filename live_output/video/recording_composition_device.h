@@ -6,7 +6,13 @@
 // composition render loop run on the GPU as they do with DirectComposition. The composition tree
 // (per window: root visual, content, offset, clip, transform, effect opacity) is recorded; Commit
 // publishes a copy of it, as DirectComposition publishes a batch. ComposeWindow draws on the CPU
-// what a window's committed composition would show over the window's black background.
+// what a window's committed composition would show over the window's black background: the clip
+// is taken in the visual's own (content) coordinates, then the offset and then the transform move
+// content and clip together, as DirectComposition orders them. A topmost target is drawn above the
+// window's child windows (the fade overlay cannot darken it), any other target below them, where a
+// layered child window's alpha darkens it. As with DirectComposition, a window takes one target
+// per layer (topmost or not) process-wide until that target is destroyed; another is refused with
+// DCOMPOSITION_ERROR_WINDOW_ALREADY_COMPOSED.
 //
 // When made with an image folder, commits made on the thread that presents (the render loop)
 // write each window's composition there, at most five times a second, as
@@ -33,6 +39,8 @@ struct RecordingTree;
 // What a window's composition shows, as of the last commit.
 struct CommittedComposition {
   HWND hwnd = nullptr;
+  // Drawn above the window's child windows (true) or below them.
+  bool topmost = true;
   bool has_root = false;
   // The root visual's content; null when it has none.
   std::shared_ptr<RecordingSwapChain> content;

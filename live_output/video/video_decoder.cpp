@@ -69,7 +69,20 @@ VideoDecoder::~VideoDecoder() {
     std::lock_guard<std::mutex> lock(mutex_);
     parked.swap(quarantined_players_);
   }
-  parked.clear();
+  // Destroying a player that has not stopped may block until it does: that happens on the
+  // reaper's thread, never on the caller's.
+  for (auto& player : parked) mdk::PlayerReaper::Park(std::move(player));
+}
+
+void VideoDecoder::StopTogether(const std::vector<VideoDecoder*>& decoders) {
+  for (VideoDecoder* decoder : decoders) {
+    if (decoder != nullptr) decoder->BeginStop();
+  }
+  // One deadline for all: N wedged players cost one timeout, not N.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopTimeoutMs);
+  for (VideoDecoder* decoder : decoders) {
+    if (decoder != nullptr) decoder->FinishStop(deadline);
+  }
 }
 
 VideoDecoder::TimePoint VideoDecoder::Now() const {
@@ -209,10 +222,13 @@ void VideoDecoder::RegisterCallbacksLocked() {
     if ((status & MDK_MediaStatus_Invalid) != 0) Log().Error(kCategory, "MediaStatus: Invalid");
     return true;
   });
+  // The library reports errors as negative codes with the error text as detail, under the
+  // category of whatever failed ("decoder.video", "reader", ...), and the decoder it opened for a
+  // stream under "decoder.video" / "decoder.audio".
   player_->OnEvent([](const mdk::MediaEvent& event) {
-    if (event.category == "error") {
+    if (event.error < 0) {
       Log().Error(kCategory, "MDK error: %s - %s", event.category.c_str(), event.detail.c_str());
-    } else if (event.category == "decoder") {
+    } else if (event.category == "decoder.video") {
       Log().Info(kCategory, "MDK decoder: %s", event.detail.c_str());
     }
     return false;
@@ -266,8 +282,9 @@ bool VideoDecoder::RenderFrame() {
   }
   StepRampLocked(now);
 
-  if (frame_ready_.exchange(false)) {
-    player_->RenderVideo();
+  // The render callback also comes without a new frame (a changed aspect ratio or surface size),
+  // and before the first frame the player draws nothing: only a drawn frame counts.
+  if (frame_ready_.exchange(false) && player_->RenderVideo() >= 0.0) {
     awaiting_first_frame_ = false;
     return true;
   }
@@ -344,6 +361,11 @@ std::size_t VideoDecoder::QuarantinedPlayerCount() {
 }
 
 void VideoDecoder::Stop() {
+  BeginStop();
+  FinishStop(std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopTimeoutMs));
+}
+
+void VideoDecoder::BeginStop() {
   std::lock_guard<std::mutex> lock(mutex_);
   for (auto it = quarantined_players_.begin(); it != quarantined_players_.end();) {
     if ((*it)->GetState() == mdk::State::kStopped) {
@@ -369,7 +391,16 @@ void VideoDecoder::Stop() {
     player_->OnEvent(nullptr);
     player_->SetNextMedia(nullptr, -1, kLoopSeekFlag);
     player_->Set(mdk::State::kStopped);
-    if (!player_->WaitFor(mdk::State::kStopped, kStopTimeoutMs)) {
+  }
+}
+
+void VideoDecoder::FinishStop(std::chrono::steady_clock::time_point deadline) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (player_) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    const long wait_ms = left.count() > 0 ? static_cast<long>(left.count()) : 0;
+    if (!player_->WaitFor(mdk::State::kStopped, wait_ms)) {
       Log().Warning(kCategory,
                     "Decoder did not reach Stopped within 1s \xE2\x80\x94 quarantining the wedged "
                     "player instead of destroying it (avoids the teardown heap-corruption race)");

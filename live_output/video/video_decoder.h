@@ -8,7 +8,8 @@
 //    leave the output mute for ever;
 //  - volume changes ramp over 60 ms instead of jumping;
 //  - a player that does not stop within 1 s is never destroyed while it may still be working: it
-//    is parked and destroyed by a later Stop once it reports Stopped (or with the decoder).
+//    is parked and destroyed by a later Stop once it reports Stopped, or, when the decoder goes,
+//    handed to the player reaper, which destroys it on its own thread (mdk_player.h).
 //
 // Threads: the platform thread calls everything but RenderFrame; the composition render thread
 // calls RenderFrame and reads the texture and its size (without the lock: the caller keeps the
@@ -82,6 +83,9 @@ class VideoDecoder {
   void Stop();
   // Stop, release the texture and forget the device.
   void Shutdown();
+  // Stops several decoders at once: every player is asked to stop first, then all are waited for
+  // within one common 1 s deadline (players that miss it are parked as by Stop).
+  static void StopTogether(const std::vector<VideoDecoder*>& decoders);
 
   // The render target and its size; null and 0 x 0 while there is none.
   ID3D11Texture2D* GetTexture() const { return render_texture_.Get(); }
@@ -100,6 +104,9 @@ class VideoDecoder {
   };
 
   TimePoint Now() const;
+  // The two halves of Stop: ask the player to stop, then wait for it until the deadline.
+  void BeginStop();
+  void FinishStop(std::chrono::steady_clock::time_point deadline);
   bool EnsureRenderTarget(int width, int height);
   void ReleaseRenderTarget();
   void HandRenderApiToPlayerLocked();

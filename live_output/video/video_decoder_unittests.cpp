@@ -11,6 +11,7 @@
 #include <cfloat>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -104,7 +105,9 @@ class VideoDecoderTest : public ::testing::Test {
 
 TEST_F(VideoDecoderTest, SoundWaitsForTheFirstFrameAndAVolumeRequestThenRampsOver60Ms) {
   ASSERT_TRUE(Play());
-  TickAt(1000);
+  // The aspect ratio's render callback brings no frame: nothing drawn, the gate stays shut.
+  now_ms_ = 1000;
+  EXPECT_FALSE(decoder_.RenderFrame());
   decoder_.SetVolume(0.8);
   TickAt(1100);  // no frame yet: still silent
   EXPECT_EQ(Volumes(), std::vector<float>{0.0f});
@@ -191,6 +194,51 @@ TEST_F(VideoDecoderTest, APlayerThatWillNotStopIsParkedAndDestroyedByALaterStop)
   EXPECT_EQ(MdkStandin_LivePlayers(), 0);
 }
 
+// Wedged players: stopped together within one deadline, destroyed off the caller's thread, and
+// their late callbacks land nowhere once they are gone.
+TEST_F(VideoDecoderTest, WedgedPlayersStopTogetherAndNeverBlockTheirOwner) {
+  MdkStandin_SetStopHangMs(-1);
+  MdkStandin_SetFrameIntervalMs(0);
+  std::vector<std::unique_ptr<VideoDecoder>> decoders;
+  std::vector<VideoDecoder*> stopping;
+  for (int n = 0; n < 3; ++n) {
+    decoders.push_back(std::make_unique<VideoDecoder>());
+    ASSERT_TRUE(decoders.back()->Initialize(device_.Get(), context_.Get()));
+    ASSERT_TRUE(decoders.back()->PlayVideo(video_path_, FitMode::Cover, false, {}, 16, 16));
+    stopping.push_back(decoders.back().get());
+  }
+  MdkStandin_Settle();
+  MdkStandin_ScriptSeeks("late,late,late");
+  for (VideoDecoder* decoder : stopping) decoder->SeekTo(500);  // completions held
+  VideoDecoder::StopTogether(stopping);
+  for (int newest = 0; newest < 3; ++newest) {
+    MdkStandinPlayerInfo info{};
+    ASSERT_TRUE(MdkStandin_PlayerInfo(newest, &info));
+    EXPECT_EQ(info.stops_pending_at_wait, 3) << "waited for one after another";
+  }
+  decoders.clear();  // their deletion would block until the stops are released
+  EXPECT_EQ(MdkStandin_LivePlayers(), 3);
+  MdkStandin_ReleaseHungStops();
+  for (int waited = 0; waited < 1000 && MdkStandin_LivePlayers() > 0; ++waited) Sleep(10);
+  EXPECT_EQ(MdkStandin_LivePlayers(), 0) << "the reaper destroys them once they stop";
+  // Whatever the players and their callbacks occupied is reused, then the library calls back late
+  // (seek completions and events after deletion): nothing of the freed memory may be touched.
+  std::vector<std::vector<std::uint8_t>> reuse;
+  for (int n = 0; n < 20000; ++n) reuse.emplace_back(static_cast<std::size_t>(16 + n % 240), 0xA5);
+  MdkStandin_FireCallbacksOfDeletedPlayers();
+}
+
+TEST_F(VideoDecoderTest, AtTheEndOfTheMediaALoopingVideoStartsAgain) {
+  MdkStandin_SetDurationMs(80);
+  ASSERT_TRUE(Play(FitMode::Cover, 64, 32, {}, true));
+  const std::uint64_t loops = decoder_.GetLoopCount();  // setMedia changed the media too
+  MdkStandin_AdvanceFrames(3);  // 40, 80 (the end: the queued file starts again), 40
+  EXPECT_EQ(decoder_.GetLoopCount(), loops + 1);
+  EXPECT_EQ(decoder_.GetPosition(), 40);
+  EXPECT_STREQ(Newest().next_url, video_path_.c_str()) << "queued again for the next end";
+  EXPECT_TRUE(decoder_.RenderFrame());
+}
+
 TEST_F(VideoDecoderTest, RenderTargetIsReusedAtTheSameSizeAndDrawnByThePlayer) {
   ASSERT_TRUE(Play(FitMode::Cover, 64, 32));
   ComPtr<ID3D11Texture2D> first = decoder_.GetTexture();
@@ -254,22 +302,17 @@ TEST_F(VideoDecoderTest, LoadErrorsAndTheChosenDecoderAreLogged) {
   ASSERT_TRUE(decoder_.PlayVideo("no_such_video.mp4", FitMode::Cover, false, {}, 64, 32));
   MdkStandin_Settle();
   const std::string log = LogText();
-  EXPECT_NE(log.find("ERROR [VIDEO_DECODER] MDK error: error - cannot open no_such_video.mp4"),
+  EXPECT_NE(log.find("ERROR [VIDEO_DECODER] MDK error: reader - No such file or directory: "
+                     "no_such_video.mp4"),
             std::string::npos);
   EXPECT_NE(log.find("ERROR [VIDEO_DECODER] MediaStatus: Invalid"), std::string::npos);
 }
 
-TEST_F(VideoDecoderTest, MisuseAndAMissingLibraryFailWithAClearError) {
+TEST_F(VideoDecoderTest, MisuseFailsWithAClearError) {
   VideoDecoder missing(nullptr, mdk::Library::Load(L"C:\\no-such-folder\\mdk.dll"));
   EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
   EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo called before Initialize"),
             std::string::npos);
-  ASSERT_TRUE(missing.Initialize(device_.Get(), context_.Get()));
-  EXPECT_FALSE(missing.PlayVideo(video_path_, FitMode::Cover, false, {}, 64, 32));
-  EXPECT_NE(LogText().find("ERROR [VIDEO_DECODER] PlayVideo failed: the media library is "
-                           "unavailable: C:\\no-such-folder\\mdk.dll could not be loaded"),
-            std::string::npos);
-  EXPECT_EQ(missing.GetTexture(), nullptr);
   EXPECT_FALSE(missing.Initialize(nullptr, context_.Get()));
   missing.Stop();  // harmless without a player
   EXPECT_EQ(missing.GetPosition(), 0);

@@ -1,6 +1,7 @@
 #include "live_output/video/video_topology.h"
 
 #include <set>
+#include <thread>
 #include <utility>
 
 #include "live_output/diagnostics/gpu_diagnostics.h"
@@ -25,7 +26,19 @@ bool IsAssigned(const std::vector<AssignmentSpec>& assignments, const std::strin
 
 VideoTopology::VideoTopology() { SetFactories(nullptr, nullptr); }
 
-VideoTopology::~VideoTopology() { TearDown(); }
+VideoTopology::~VideoTopology() {
+  TearDown();
+  // Whatever a stuck render thread may still touch stays allocated until the process ends.
+  for (auto& coordinator : abandoned_coordinators_) {
+    coordinator.release();  // NOLINT: deliberately never destroyed
+  }
+  for (auto& decoder : abandoned_decoders_) {
+    decoder.release();  // NOLINT: deliberately never destroyed
+  }
+  for (auto& device : abandoned_devices_) {
+    device.Detach();  // deliberately never released
+  }
+}
 
 void VideoTopology::SetFactories(DecoderFactory decoder_factory,
                                  CoordinatorFactory coordinator_factory) {
@@ -67,6 +80,18 @@ VideoTopology::ApplyResult VideoTopology::Apply(const std::vector<DecoderSpec>& 
   Logger& log = Logger::Instance();
   log.Info(kCategory, "SetVideoTopology: %zu decoder(s), %zu assignment(s)", decoders.size(),
            assignments.size());
+  // A lost device (or a render thread left stuck in it) cannot show video again: everything
+  // made on it goes, and this topology is built on a fresh device and coordinator.
+  if (coordinator_ && (coordinator_->device_lost() || coordinator_->render_loop_abandoned())) {
+    log.Warning(kCategory, "SetVideoTopology: the shared D3D11 device was lost%s; recreating the "
+                           "device, the coordinator and every decoder",
+                coordinator_->render_loop_abandoned() ? " (render loop stuck)" : "");
+    Release();
+  } else if (device_ && FAILED(device_->GetDeviceRemovedReason())) {
+    log.Warning(kCategory, "SetVideoTopology: the shared D3D11 device was lost; recreating the "
+                           "device, the coordinator and every decoder");
+    Release();
+  }
   if (!EnsureDevice()) {
     return ApplyResult::kDeviceFailed;
   }
@@ -82,6 +107,13 @@ VideoTopology::ApplyResult VideoTopology::Apply(const std::vector<DecoderSpec>& 
   const bool was_running = coordinator_->IsRenderLoopRunning();
   if (was_running) {
     coordinator_->StopRenderLoop();
+    if (coordinator_->render_loop_abandoned()) {
+      // The stuck thread may still be inside the coordinator or a decoder: start afresh.
+      log.Warning(kCategory, "SetVideoTopology: render loop stuck; recreating the device, the "
+                             "coordinator and every decoder");
+      Release();
+      return Apply(decoders, assignments, windows);
+    }
   }
   RemoveStaleDecoders(decoders);
   const std::vector<const DecoderSpec*> prepared = PrepareNewDecoders(decoders);
@@ -134,8 +166,9 @@ void VideoTopology::EraseDecoder(const std::string& key) {
   if (it == decoders_.end()) {
     return;
   }
-  it->second->Shutdown();
+  std::unique_ptr<VideoDecoder> decoder = std::move(it->second);
   decoders_.erase(it);
+  decoder->Shutdown();
 }
 
 void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_decoders) {
@@ -143,6 +176,7 @@ void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_d
   for (const DecoderSpec& wanted : wanted_decoders) {
     named.insert(wanted.key);
   }
+  std::vector<std::unique_ptr<VideoDecoder>> stale;
   for (auto it = decoders_.begin(); it != decoders_.end();) {
     if (named.count(it->first) != 0) {
       ++it;
@@ -150,9 +184,54 @@ void VideoTopology::RemoveStaleDecoders(const std::vector<DecoderSpec>& wanted_d
     }
     const std::string key = it->first;
     coordinator_->RemoveDecoderPipeline(key);
+    stale.push_back(std::move(it->second));
     it = decoders_.erase(it);
     Logger::Instance().Info(kCategory, "SetVideoTopology: removed decoder '%s'", key.c_str());
   }
+  DestroyTogether(std::move(stale));
+}
+
+void VideoTopology::DestroyTogether(std::vector<std::unique_ptr<VideoDecoder>> decoders) {
+  std::vector<VideoDecoder*> stopping;
+  for (const auto& decoder : decoders) {
+    stopping.push_back(decoder.get());
+  }
+  VideoDecoder::StopTogether(stopping);
+  decoders.clear();  // stopped (or their wedged players parked): destruction does not wait
+}
+
+void VideoTopology::Release() {
+  if (coordinator_ && coordinator_->render_loop_abandoned()) {
+    // Its render thread may come back into the coordinator and the decoders: they are kept, on
+    // purpose, until the process ends; their players are asked to stop.
+    Logger::Instance().Error(kCategory, "Video topology: keeping the coordinator and %zu "
+                                        "decoder(s) of a stuck render loop until exit",
+                             decoders_.size());
+    for (auto& entry : decoders_) {
+      std::thread([decoder = entry.second.get()] { decoder->Stop(); }).detach();
+      abandoned_decoders_.push_back(std::move(entry.second));
+    }
+    // Its windows are free for a new coordinator's composition targets; the device and context
+    // it draws with stay alive with it.
+    coordinator_->RemoveAllDisplays();
+    abandoned_coordinators_.push_back(std::move(coordinator_));
+    abandoned_devices_.push_back(device_);
+    abandoned_devices_.push_back(context_);
+  } else if (coordinator_) {
+    coordinator_->Shutdown();
+    coordinator_.reset();
+  }
+  std::vector<std::unique_ptr<VideoDecoder>> decoders;
+  for (auto& entry : decoders_) {
+    if (entry.second) {
+      decoders.push_back(std::move(entry.second));
+    }
+  }
+  decoders_.clear();
+  DestroyTogether(std::move(decoders));
+  active_ = false;
+  context_.Reset();
+  device_.Reset();
 }
 
 std::vector<const DecoderSpec*> VideoTopology::PrepareNewDecoders(
@@ -231,6 +310,9 @@ void VideoTopology::Wire(const AssignmentSpec& assignment, const Windows& window
               assignment.display_id.c_str());
     return;
   }
+  // The composition is drawn above the window's fade overlay: it follows the window's fade and
+  // blanking itself.
+  coordinator_->SetDisplayAudienceLevel(assignment.display_id, window->audience_level());
   if (!coordinator_->AssignDisplayToDecoder(assignment.display_id, assignment.decoder_key)) {
     log.Error(kCategory, "SetVideoTopology: AssignDisplayToDecoder failed for '%s' -> '%s'",
               assignment.display_id.c_str(), assignment.decoder_key.c_str());
@@ -269,18 +351,9 @@ bool VideoTopology::TearDown() {
     return false;
   }
   if (coordinator_) {
-    coordinator_->Shutdown();
-    coordinator_.reset();
+    coordinator_->StopRenderLoop();
   }
-  for (auto& entry : decoders_) {
-    if (entry.second) {
-      entry.second->Shutdown();
-    }
-  }
-  decoders_.clear();
-  active_ = false;
-  context_.Reset();
-  device_.Reset();
+  Release();
   Logger::Instance().Info(kCategory, "Video topology torn down during CloseAll");
   return true;
 }

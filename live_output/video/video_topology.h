@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "live_output/video/dcomp_coordinator.h"
+#include "live_output/video/timer_resolution.h"
 #include "live_output/video/video_decoder.h"
 #include "live_output/video/video_topology_description.h"
 #include "live_output/window/native_live_window.h"
@@ -73,7 +74,15 @@ class VideoTopology {
   void SilenceWindows(const std::vector<AssignmentSpec>& assignments, const Windows& windows);
   void Wire(const AssignmentSpec& assignment, const Windows& windows);
   void EraseDecoder(const std::string& key);
+  // Stops the decoders together (one common wait), then destroys them.
+  static void DestroyTogether(std::vector<std::unique_ptr<VideoDecoder>> decoders);
+  // Shuts down and drops the coordinator and every decoder and releases the device (keeping, until
+  // exit, whatever a stuck render thread may still use).
+  void Release();
 
+  // Both render loops pace with Sleep(1): 1 ms timer periods for the plugin's (the program's)
+  // lifetime.
+  TimerResolution timer_resolution_;
   DecoderFactory decoder_factory_;
   CoordinatorFactory coordinator_factory_;
   Microsoft::WRL::ComPtr<ID3D11Device> device_;
@@ -81,6 +90,10 @@ class VideoTopology {
   std::unique_ptr<DCompCoordinator> coordinator_;
   std::map<std::string, std::unique_ptr<VideoDecoder>> decoders_;
   bool active_ = false;
+  // Left behind by a render thread that would not stop; never destroyed.
+  std::vector<std::unique_ptr<DCompCoordinator>> abandoned_coordinators_;
+  std::vector<std::unique_ptr<VideoDecoder>> abandoned_decoders_;
+  std::vector<Microsoft::WRL::ComPtr<IUnknown>> abandoned_devices_;
 };
 
 }  // namespace native_live_window

@@ -13,12 +13,17 @@ constexpr UINT kRaiseFlags = SWP_NOSIZE | SWP_NOMOVE | SWP_NOACTIVATE;
 // Posted to the overlay by a thread that does not own it: apply the alpha last computed and raise
 // the overlay to the top.
 constexpr UINT kApplyAlphaMessage = WM_APP + 1;
+// Steps a timed fade on the overlay's own thread, so that every fade ends (and calls its
+// callback) also while the render loop is stopped, as it is on windows that show video.
+constexpr UINT_PTR kFadeTimerId = 1;
+constexpr UINT kFadeTimerMs = 10;
 
 std::atomic<bool> g_overlay_class_registered{false};
 
 }  // namespace
 
-FadeOverlay::FadeOverlay(std::shared_ptr<const LiveWindowClock> clock) : clock_(std::move(clock)) {}
+FadeOverlay::FadeOverlay(std::shared_ptr<const LiveWindowClock> clock)
+    : clock_(std::move(clock)), audience_level_(std::make_shared<std::atomic<std::uint8_t>>(255)) {}
 
 FadeOverlay::~FadeOverlay() { Destroy(); }
 
@@ -31,6 +36,19 @@ LRESULT CALLBACK FadeOverlay::OverlayProc(HWND hwnd, UINT message, WPARAM wparam
     auto* overlay = reinterpret_cast<FadeOverlay*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
     if (overlay != nullptr) {
       overlay->ApplyPostedAlpha(hwnd);
+    }
+    return 0;
+  }
+  if (message == WM_TIMER && wparam == kFadeTimerId) {
+    auto* overlay = reinterpret_cast<FadeOverlay*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    bool fading = false;
+    if (overlay != nullptr) {
+      overlay->Step();
+      bool blank = false;
+      overlay->ReadState(&blank, &fading);
+    }
+    if (!fading) {
+      KillTimer(hwnd, kFadeTimerId);
     }
     return 0;
   }
@@ -116,6 +134,11 @@ void FadeOverlay::SetAlphaLocked(std::uint8_t alpha) {
   SetLayeredWindowAttributes(overlay_hwnd_, 0, alpha, LWA_ALPHA);
 }
 
+void FadeOverlay::PublishLevelLocked() {
+  // Blanking shows black while no fade runs; otherwise the overlay's darkness counts.
+  audience_level_->store(blank_ && !fading_ ? 0 : static_cast<std::uint8_t>(255 - overlay_alpha_));
+}
+
 void FadeOverlay::FadeToBlack(HWND parent, std::int32_t duration_ms, Callback callback) {
   StartFade(parent, true, duration_ms, std::move(callback));
 }
@@ -145,6 +168,7 @@ void FadeOverlay::StartFade(HWND parent, bool to_black, std::int32_t duration_ms
       // A fade that interrupts another continues from the alpha it reached, without a jump.
       fade_start_alpha_ = overlay_alpha_;
       fading_ = true;
+      SetTimer(overlay_hwnd_, kFadeTimerId, kFadeTimerMs, nullptr);
     } else {
       SetAlphaLocked(to_black ? 255 : 0);
       if (to_black) {
@@ -154,6 +178,7 @@ void FadeOverlay::StartFade(HWND parent, bool to_black, std::int32_t duration_ms
       fade_callback_ = nullptr;
       call_now = std::move(callback);
     }
+    PublishLevelLocked();
   }
   if (call_now) {
     call_now();
@@ -201,6 +226,7 @@ void FadeOverlay::Step() {
       finished = std::move(fade_callback_);
       fade_callback_ = nullptr;
     }
+    PublishLevelLocked();
   }
   if (finished) {
     finished();
@@ -210,6 +236,7 @@ void FadeOverlay::Step() {
 void FadeOverlay::SetBlank(bool blank) {
   std::lock_guard<RecursiveLock> lock(fade_mutex_);
   blank_ = blank;
+  PublishLevelLocked();
 }
 
 bool FadeOverlay::blanked() const {
@@ -244,6 +271,7 @@ void FadeOverlay::Destroy() {
     alpha_posted_ = false;
     fading_ = false;
     fade_callback_ = nullptr;
+    PublishLevelLocked();
   }
   if (overlay != nullptr && IsWindow(overlay)) {
     DestroyWindow(overlay);

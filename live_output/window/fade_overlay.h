@@ -7,7 +7,8 @@
 //
 // Fade requests and blanking come from the platform thread, Step() from the render thread; both
 // hold `fade_mutex_` while touching the state and the overlay's alpha. Completion callbacks are
-// always called with no lock held. The overlay window belongs to the thread that created it (the
+// always called with no lock held. A timed fade is also stepped by a timer on the overlay's own
+// thread, so it ends and calls its callback even while the render loop is stopped. The overlay window belongs to the thread that created it (the
 // platform thread): Step() on any other thread only posts the new alpha to it, and the overlay's
 // window procedure applies it, so the render thread never waits for the platform thread.
 
@@ -16,6 +17,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -62,6 +64,10 @@ class FadeOverlay {
   HWND overlay_window() const;
   // Alpha last given to the overlay: 0 transparent ... 255 black.
   std::uint8_t overlay_alpha() const;
+  // How much of the window's content the audience sees, 255 (all) ... 0 (black): the overlay's
+  // darkness, or 0 while blanked and not fading. Shared, so that whatever composes onto the window
+  // above the overlay (video) can follow it, also after the window is gone.
+  std::shared_ptr<const std::atomic<std::uint8_t>> audience_level() const { return audience_level_; }
 
   // Alpha of a fade that began at start_alpha, at progress p in [0, 1) along the eased curve
   // (truncated, not rounded). A fresh fade begins at 0 towards black and at 255 from black; one
@@ -72,6 +78,7 @@ class FadeOverlay {
   void StartFade(HWND parent, bool to_black, std::int32_t duration_ms, Callback callback);
   bool EnsureOverlayLocked(HWND parent);
   void SetAlphaLocked(std::uint8_t alpha);
+  void PublishLevelLocked();
   // A step's alpha, applied and raised at once on the overlay's own thread, posted from others.
   void ShowAlphaLocked(std::uint8_t alpha);
   void ApplyPostedAlpha(HWND overlay);
@@ -93,6 +100,7 @@ class FadeOverlay {
   DWORD overlay_thread_ = 0;
   bool alpha_posted_ = false;
   std::uint8_t overlay_alpha_ = 0;
+  const std::shared_ptr<std::atomic<std::uint8_t>> audience_level_;
 };
 
 }  // namespace native_live_window

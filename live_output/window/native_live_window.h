@@ -171,6 +171,10 @@ class NativeLiveWindow {
   HWND fade_overlay_window() const { return fade_.overlay_window(); }
   std::uint8_t fade_overlay_alpha() const { return fade_.overlay_alpha(); }
   bool blanked() const { return fade_.blanked(); }
+  // What the audience sees of the window's content through its fade and blanking (FadeOverlay).
+  std::shared_ptr<const std::atomic<std::uint8_t>> audience_level() const {
+    return fade_.audience_level();
+  }
   const WebpagePresenter& webpage() const { return webpage_; }
 
   // Progress of the render loop, for tests and benchmarks: the number of Present calls made so

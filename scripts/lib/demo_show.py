@@ -259,7 +259,21 @@ def save_composition(show, name, windows):
     """Converts the composition images of the output windows at the given screen positions (as
     the host's recording composition writes them) into <name>-<window>.png beside the
     screenshots."""
-    time.sleep(1.0)  # the host rewrites the images five times a second while video runs
+    # The host rewrites the images at most five times a second while video runs, each written
+    # after composing it (slow under Wine): an image written twice since this call shows the
+    # windows as they are now.
+    sources = [os.path.join(show.composition_dir, "composition-%d-%d.bmp" % (x, y))
+               for _, x, y in windows]
+
+    def written():
+        return min(os.path.getmtime(p) if os.path.exists(p) else 0.0 for p in sources)
+
+    mark = time.time()
+    deadline = mark + 15.0
+    for _ in range(2):
+        while written() <= mark and time.time() < deadline:
+            time.sleep(0.05)
+        mark = max(mark, written())
     for label, x, y in windows:
         source = os.path.join(show.composition_dir, "composition-%d-%d.bmp" % (x, y))
         target = os.path.join(show.out_dir, "%s-%s.png" % (name, label))
@@ -280,15 +294,16 @@ def video_scene(show, out_dir):
         show.expect(show.invoke(LIVE, "showForDisplay", {
             "displayId": "video-" + label, "name": "video-" + label, "x": x, "y": y,
             "width": 960, "height": 540, "isPrimary": False}), "showForDisplay video-" + label)
-    # One 1920x540 canvas; each window shows its half.
+    # One 3840x1080 canvas cut into two 1920x1080 crops, each larger than its 960x540 window:
+    # every window shows its whole half, scaled down.
     answer = show.invoke(LIVE, "setVideoTopology", {
         "decoders": [{"key": "wall", "path": windows_path(video), "fitMode": 2, "loop": True,
-                      "canvasWidth": 1920, "canvasHeight": 540, "startPositionMs": 0}],
+                      "canvasWidth": 3840, "canvasHeight": 1080, "startPositionMs": 0}],
         "assignments": [
             {"displayId": "video-left", "decoderKey": "wall",
-             "cropX": 0, "cropY": 0, "cropWidth": 960, "cropHeight": 540},
+             "cropX": 0, "cropY": 0, "cropWidth": 1920, "cropHeight": 1080},
             {"displayId": "video-right", "decoderKey": "wall",
-             "cropX": 960, "cropY": 0, "cropWidth": 960, "cropHeight": 540}]})
+             "cropX": 1920, "cropY": 0, "cropWidth": 1920, "cropHeight": 1080}]})
     if answer.get("reply") == "notImplemented":
         show.note("video is not available in this build; scene skipped")
         return
@@ -304,9 +319,17 @@ def video_scene(show, out_dir):
     save_composition(show, "07-video-composition", windows)
     show.expect(show.invoke(LIVE, "getPositionForDisplay", {"displayId": "video-right"}),
                 "getPositionForDisplay")
+    # A window fade reaches the video too (the composition is drawn above the fade overlay).
+    show.expect(show.invoke(LIVE, "fadeToBlackForDisplay",
+                            {"displayId": "video-left", "duration": 300}),
+                "fadeToBlackForDisplay video-left")
+    save_composition(show, "08-video-composition-left-faded", windows)
+    show.expect(show.invoke(LIVE, "fadeFromBlackForDisplay",
+                            {"displayId": "video-left", "duration": 300}),
+                "fadeFromBlackForDisplay video-left")
     show.expect(show.invoke(LIVE, "setVideoOpacity", {"opacity": 0.0, "duration": 800}),
                 "setVideoOpacity fade-out")
-    save_composition(show, "08-video-composition-after-fade", windows)
+    save_composition(show, "09-video-composition-after-fade", windows)
     show.expect(show.invoke(LIVE, "closeAll"), "closeAll after video")
 
 

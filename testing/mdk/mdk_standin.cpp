@@ -17,6 +17,7 @@ StandinPlayer* Self(mdkPlayer* object) { return reinterpret_cast<StandinPlayer*>
 // Set by MdkStandin_FaultNextRender; the address the faulting render writes to (never mapped).
 std::atomic<bool> g_fault_next_render{false};
 std::atomic<std::uintptr_t> g_fault_address{0};
+int g_renders_waiting = 0;  // guarded by g_mutex
 
 // Draws the frame at the player's position into its render target with its context.
 double RenderVideo(mdkPlayer* object, void*) {
@@ -29,8 +30,14 @@ double RenderVideo(mdkPlayer* object, void*) {
   std::int64_t position;
   StandinPlayer* self = Self(object);
   {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if ((self->status & MDK_MediaStatus_Loaded) == 0) return -1.0;
+    std::unique_lock<std::mutex> lock(g_mutex);
+    if (g_settings.render_hang) {
+      ++g_renders_waiting;
+      g_changed.wait(lock, [] { return !g_settings.render_hang; });
+      --g_renders_waiting;
+    }
+    // Nothing is drawn before the first frame.
+    if ((self->status & MDK_MediaStatus_Loaded) == 0 || !self->frame_delivered) return -1.0;
     context = self->context;
     target = self->target;
     position = self->position;
@@ -81,6 +88,7 @@ void SetMedia(mdkPlayer* object, const char* url) {
     std::lock_guard<std::mutex> lock(g_mutex);
     self->url = url != nullptr ? url : "";
     self->position = 0;
+    self->frame_delivered = false;
     self->status = MDK_MediaStatus_NoMedia;
     self->Sync();
     if (self->media_changed_cb.opaque != nullptr) {
@@ -151,6 +159,9 @@ void OnStateChanged(mdkPlayer* object, mdkStateChangedCallback cb) {
 bool WaitFor(mdkPlayer* object, MDK_State value, long timeout_ms) {
   std::unique_lock<std::mutex> lock(g_mutex);
   StandinPlayer* self = Self(object);
+  self->record->info.stops_pending_at_wait = static_cast<int>(
+      std::count_if(g_players.begin(), g_players.end(),
+                    [](StandinPlayer* p) { return p->stop_pending; }));
   auto reached = [self, value] { return self->state == value; };
   if (timeout_ms < 0) {
     g_changed.wait(lock, reached);
@@ -173,7 +184,24 @@ void OnMediaStatusChanged(mdkPlayer* object, mdkMediaStatusChangedCallback cb) {
   }
 }
 
+// The real library asks for a redraw whenever the picture's geometry changes.
+void NotifyRender(StandinPlayer* self) {
+  mdkRenderCallback cb;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    cb = self->render_cb;
+  }
+  if (cb.opaque != nullptr) cb.cb(nullptr, cb.opaque);
+}
+
 void SetVideoSurfaceSize(mdkPlayer* object, int width, int height, void*) {
+  struct Notify {
+    StandinPlayer* self;
+    bool on;
+    ~Notify() {
+      if (on) NotifyRender(self);
+    }
+  } notify{Self(object), width > 0 && height > 0};
   std::lock_guard<std::mutex> lock(g_mutex);
   StandinPlayer* self = Self(object);
   self->record->info.surface_width = width;
@@ -187,9 +215,12 @@ void SetVideoSurfaceSize(mdkPlayer* object, int width, int height, void*) {
 }
 
 void SetAspectRatio(mdkPlayer* object, float value, void*) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  ++Self(object)->record->info.aspect_ratio_calls;
-  Self(object)->record->info.aspect_ratio = value;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    ++Self(object)->record->info.aspect_ratio_calls;
+    Self(object)->record->info.aspect_ratio = value;
+  }
+  NotifyRender(Self(object));
 }
 
 void SetRenderCallback(mdkPlayer* object, mdkRenderCallback cb) {
@@ -250,6 +281,7 @@ void OnEvent(mdkPlayer* object, mdkMediaEventCallback cb, mdkMediaEventToken* to
   if (cb.opaque != nullptr) {
     const mdkMediaEventToken id = Self(object)->next_token++;
     list.emplace_back(id, cb);
+    Self(object)->all_event_cbs.push_back(cb);
     if (token != nullptr) *token = id;
   } else if (token == nullptr) {
     list.clear();
@@ -351,7 +383,11 @@ extern "C" __declspec(dllexport) void mdkPlayerAPI_delete(const mdkPlayerAPI** p
   if (pp == nullptr || *pp == nullptr) return;
   StandinPlayer* self = Self((*pp)->object);
   {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    std::unique_lock<std::mutex> lock(g_mutex);
+    // The library's teardown waits for a player that is still stopping.
+    g_changed.wait(lock, [self] { return !self->stop_pending || !g_settings.hung_delete_blocks; });
+    for (const LateSeek& seek : self->late_seeks) g_orphan_seeks.push_back(seek);
+    for (const auto& cb : self->all_event_cbs) g_orphan_events.push_back(cb);
     self->quit = true;
     self->render_cb = {};
     self->state_cb = {};
@@ -377,6 +413,8 @@ MDK_STANDIN_API void MdkStandin_Reset() {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_settings = SettingsFromEnvironment();
   g_scripted_seeks.clear();
+  g_orphan_seeks.clear();
+  g_orphan_events.clear();
   g_records.erase(std::remove_if(g_records.begin(), g_records.end(),
                                  [](const auto& r) { return r->info.destroyed != 0; }),
                   g_records.end());
@@ -478,4 +516,39 @@ MDK_STANDIN_API int MdkStandin_VolumeHistory(int newest_index, float* values, in
   const int count = static_cast<int>(record->volumes.size());
   for (int i = 0; i < count && i < capacity; ++i) values[i] = record->volumes[static_cast<std::size_t>(i)];
   return count;
+}
+
+MDK_STANDIN_API void MdkStandin_SetHungDeleteBlocks(int blocks) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_settings.hung_delete_blocks = blocks != 0;
+  g_changed.notify_all();
+}
+
+MDK_STANDIN_API void MdkStandin_SetRenderHang(int hang) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_settings.render_hang = hang != 0;
+  g_changed.notify_all();
+}
+
+MDK_STANDIN_API void MdkStandin_FireCallbacksOfDeletedPlayers() {
+  std::vector<LateSeek> seeks;
+  std::vector<mdkMediaEventCallback> events;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    seeks.swap(g_orphan_seeks);
+    events.swap(g_orphan_events);
+  }
+  for (const LateSeek& seek : seeks) seek.callback.cb(seek.position, seek.callback.opaque);
+  for (const mdkMediaEventCallback& cb : events) {
+    mdkMediaEvent event{};
+    event.error = -1;
+    event.category = "decoder.video";
+    event.detail = "late event";
+    cb.cb(&event, cb.opaque);
+  }
+}
+
+MDK_STANDIN_API int MdkStandin_RendersWaiting() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return g_renders_waiting;
 }

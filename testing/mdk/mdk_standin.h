@@ -3,12 +3,15 @@
 // reach through its import library.
 //
 // Behaviour, per player: setMedia loads on the player's own thread (status Loading, then
-// Loaded|Prepared with the scripted duration and a "decoder" event naming the first decoder asked
-// for; a file that does not exist gives an "error" event and status Invalid). While Playing and
-// loaded it delivers a frame every frame interval (40 ms of media time per frame) by calling the
-// render callback from its thread; at the end it plays the queued next media (after calling the
-// current-media-changed callback) or stops. renderVideo fills the render target: the left half
-// with StandinFrameColor(position), the right half with its inverse.
+// Loaded|Prepared with the scripted duration and a "decoder.video" event, error 0, naming the first
+// decoder asked for; a file that does not exist gives an event with a negative error code and the
+// error text as detail, and status Invalid). While Playing and loaded it delivers a frame every
+// frame interval (40 ms of media time per frame) by calling the render callback from its thread;
+// at the end it plays the queued next media (after calling the current-media-changed callback) or
+// stops. As the real library does, setAspectRatio and setVideoSurfaceSize also call the render
+// callback (on the caller's thread) though no new frame exists. renderVideo answers -1 (nothing
+// drawn) until the first frame was delivered; then it fills the render target: the left half with
+// StandinFrameColor(position), the right half with its inverse.
 //
 // Environment (read at load and by MdkStandin_Reset): MDK_STANDIN_FRAME_MS (40; 0 = frames only
 // through MdkStandin_AdvanceFrames), MDK_STANDIN_DURATION_MS (10000), MDK_STANDIN_SEEK (default
@@ -48,6 +51,9 @@ struct MdkStandinPlayerInfo {
   char next_url[260];  // empty when none is queued
   long long next_position;
   int next_flags;
+  // Players (process-wide) whose stop was requested and not yet reached when this one's last
+  // waitFor began: 1 when stops are waited for one after another, N when N are waited together.
+  int stops_pending_at_wait;
 };
 
 // Settings from the environment (or the defaults); forgets destroyed players.
@@ -65,8 +71,19 @@ MDK_STANDIN_API void MdkStandin_FaultNextRender();
 MDK_STANDIN_API void MdkStandin_AdvanceFrames(int count);
 // Completes every held (late) seek; returns once the callbacks have run.
 MDK_STANDIN_API void MdkStandin_CompleteLateSeeks();
-// Lets every hung stop reach Stopped.
+// Lets every hung stop reach Stopped (and so every deletion blocked on one return).
 MDK_STANDIN_API void MdkStandin_ReleaseHungStops();
+// 1 (the default): deleting a player whose stop hangs blocks until the stop is released, as the
+// real library's teardown waits for its threads; 0: deletion returns at once.
+MDK_STANDIN_API void MdkStandin_SetHungDeleteBlocks(int blocks);
+// 1: every renderVideo call blocks (a decoder stuck in the library) until set back to 0.
+MDK_STANDIN_API void MdkStandin_SetRenderHang(int hang);
+// renderVideo calls blocked by MdkStandin_SetRenderHang right now.
+MDK_STANDIN_API int MdkStandin_RendersWaiting();
+// Runs, late, the callbacks of destroyed players that were still outstanding when they were
+// deleted: held seek completions (with their position) and an error event to every event
+// listener. Returns once they have run.
+MDK_STANDIN_API void MdkStandin_FireCallbacksOfDeletedPlayers();
 // Returns when every player's thread has nothing left to do (at most 10 s).
 MDK_STANDIN_API void MdkStandin_Settle();
 

@@ -40,6 +40,8 @@ struct Settings {
   SeekMode seek_mode = SeekMode::kImmediate;
   int late_seek_ms = 300;
   int stop_hang_ms = 0;
+  bool hung_delete_blocks = true;
+  bool render_hang = false;
 };
 
 inline SeekMode ParseSeekMode(const std::string& text) {
@@ -84,6 +86,9 @@ inline std::deque<SeekMode> g_scripted_seeks;
 inline std::vector<std::shared_ptr<Record>> g_records;
 inline std::vector<StandinPlayer*> g_players;
 inline int g_next_id = 1;
+// Callbacks of deleted players that were still outstanding (MdkStandin_FireCallbacksOfDeletedPlayers).
+inline std::vector<LateSeek> g_orphan_seeks;
+inline std::vector<mdkMediaEventCallback> g_orphan_events;
 
 inline void CopyText(char* out, std::size_t size, const std::string& text) {
   std::snprintf(out, size, "%s", text.c_str());
@@ -110,9 +115,12 @@ struct StandinPlayer {
   std::vector<mdkMediaStatusChangedCallback> status_cbs;
   std::vector<std::pair<mdkMediaEventToken, mdkMediaEventCallback>> event_cbs;
   mdkMediaEventToken next_token = 1;
+  // Every listener ever registered: a late event may still reach a removed one.
+  std::vector<mdkMediaEventCallback> all_event_cbs;
   mdkCurrentMediaChangedCallback media_changed_cb{};
 
   std::vector<LateSeek> late_seeks;
+  bool frame_delivered = false;
   bool stop_pending = false;
   SteadyClock::time_point stop_due{};
   SteadyClock::time_point next_frame{};
@@ -185,12 +193,13 @@ struct StandinPlayer {
       std::wstring wide(static_cast<std::size_t>(std::max(wide_size, 1)), L'\0');
       MultiByteToWideChar(CP_UTF8, 0, media.c_str(), -1, wide.data(), wide_size);
       if (GetFileAttributesW(wide.c_str()) == INVALID_FILE_ATTRIBUTES) {
-        EventLocked(-1, "error", "cannot open " + media, &calls);
+        EventLocked(-2, "reader", "No such file or directory: " + media, &calls);
         SetStatusLocked(MDK_MediaStatus_Invalid, &calls);
       } else {
         info.duration = g_settings.duration_ms;
         SetStatusLocked(MDK_MediaStatus_Loaded | MDK_MediaStatus_Prepared, &calls);
-        EventLocked(0, "decoder", decoders.empty() ? "FFmpeg" : decoders.front(), &calls);
+        EventLocked(0, "decoder.audio", "FFmpeg", &calls);
+        EventLocked(0, "decoder.video", decoders.empty() ? "FFmpeg" : decoders.front(), &calls);
       }
     }
     for (auto& call : calls) call();
@@ -201,6 +210,7 @@ struct StandinPlayer {
     // A player wedged in its stop delivers nothing more.
     if (state != MDK_State_Playing || (status & MDK_MediaStatus_Loaded) == 0 || stop_pending) return;
     position += kFrameMediaMs;
+    frame_delivered = true;
     if (position >= info.duration) {
       if (!next_url.empty()) {
         url = next_url;

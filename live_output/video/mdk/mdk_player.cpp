@@ -3,13 +3,58 @@
 #include <d3d11.h>
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <thread>
 
 namespace mdk {
 
-struct Player::PendingSeek {
-  Player* owner;
-  SeekCallback callback;
+namespace {
+
+// Every callback handed to the library, by an id that is never reused. The library gets the id as
+// its opaque value; a call finds the callback here or, once its player is gone, nothing. So a seek
+// completion or an event that arrives after the player was destroyed touches no freed memory.
+struct CallbackRegistry {
+  std::mutex mutex;
+  std::map<std::uintptr_t, std::shared_ptr<void>> live;
+  std::uintptr_t next = 1;
 };
+
+CallbackRegistry& Registry() {
+  static CallbackRegistry* registry = new CallbackRegistry();  // outlives late callbacks at exit
+  return *registry;
+}
+
+void* Register(std::shared_ptr<void> callback, std::vector<std::uintptr_t>* ids) {
+  CallbackRegistry& registry = Registry();
+  std::lock_guard<std::mutex> lock(registry.mutex);
+  const std::uintptr_t id = registry.next++;
+  registry.live.emplace(id, std::move(callback));
+  ids->push_back(id);
+  return reinterpret_cast<void*>(id);
+}
+
+// The callback behind an opaque value; null once its player is gone. `once` also unregisters it.
+template <typename T>
+std::shared_ptr<T> Find(void* opaque, bool once = false) {
+  CallbackRegistry& registry = Registry();
+  std::lock_guard<std::mutex> lock(registry.mutex);
+  const auto it = registry.live.find(reinterpret_cast<std::uintptr_t>(opaque));
+  if (it == registry.live.end()) return nullptr;
+  std::shared_ptr<T> found = std::static_pointer_cast<T>(it->second);
+  if (once) registry.live.erase(it);
+  return found;
+}
+
+void Unregister(const std::vector<std::uintptr_t>& ids) {
+  CallbackRegistry& registry = Registry();
+  std::lock_guard<std::mutex> lock(registry.mutex);
+  for (std::uintptr_t id : ids) registry.live.erase(id);
+}
+
+}  // namespace
 
 std::unique_ptr<Player> Player::Create(std::shared_ptr<Library> library) {
   if (!library || !library->available()) return nullptr;
@@ -23,18 +68,13 @@ Player::Player(std::shared_ptr<Library> library, const mdkPlayerAPI* api)
 
 Player::~Player() {
   library_->DeletePlayer(&api_);
-  // No callback runs any more: free the seeks that never completed.
-  std::lock_guard<std::mutex> lock(seeks_mutex_);
-  for (PendingSeek* seek : pending_seeks_) delete seek;
-  pending_seeks_.clear();
+  // Whatever the library still calls from now on finds nothing.
+  Unregister(callback_ids_);
 }
 
 template <typename T>
-T* Player::Keep(T value) {
-  auto kept = std::make_shared<T>(std::move(value));
-  T* raw = kept.get();
-  kept_callbacks_.push_back(std::move(kept));
-  return raw;
+void* Player::Keep(T value) {
+  return Register(std::make_shared<T>(std::move(value)), &callback_ids_);
 }
 
 void Player::SetVolume(float value) { api_->setVolume(api_->object, value); }
@@ -79,7 +119,7 @@ void Player::SetRenderCallback(RenderCallback callback) {
   if (callback) {
     record.opaque = Keep(std::move(callback));
     record.cb = [](void* vo_opaque, void* opaque) {
-      (*static_cast<RenderCallback*>(opaque))(vo_opaque);
+      if (auto callback = Find<RenderCallback>(opaque)) (*callback)(vo_opaque);
     };
   }
   api_->setRenderCallback(api_->object, record);
@@ -90,7 +130,7 @@ void Player::OnStateChanged(StateCallback callback) {
   if (callback) {
     record.opaque = Keep(std::move(callback));
     record.cb = [](MDK_State state, void* opaque) {
-      (*static_cast<StateCallback*>(opaque))(static_cast<State>(state));
+      if (auto callback = Find<StateCallback>(opaque)) (*callback)(static_cast<State>(state));
     };
   }
   api_->onStateChanged(api_->object, record);
@@ -101,7 +141,8 @@ void Player::OnMediaStatusChanged(MediaStatusCallback callback) {
   if (callback) {
     record.opaque = Keep(std::move(callback));
     record.cb = [](MDK_MediaStatus status, void* opaque) {
-      return (*static_cast<MediaStatusCallback*>(opaque))(static_cast<std::int32_t>(status));
+      auto callback = Find<MediaStatusCallback>(opaque);
+      return callback ? (*callback)(static_cast<std::int32_t>(status)) : true;
     };
   }
   api_->onMediaStatusChanged(api_->object, record);
@@ -112,11 +153,13 @@ void Player::OnEvent(EventCallback callback) {
   if (callback) {
     record.opaque = Keep(std::move(callback));
     record.cb = [](const mdkMediaEvent* event, void* opaque) {
+      auto callback = Find<EventCallback>(opaque);
+      if (!callback) return false;
       MediaEvent copy;
       copy.error = event->error;
       copy.category = event->category != nullptr ? event->category : "";
       copy.detail = event->detail != nullptr ? event->detail : "";
-      return (*static_cast<EventCallback*>(opaque))(copy);
+      return (*callback)(copy);
     };
     // One listener per player: a new one replaces the previous.
     if (event_registered_) api_->onEvent(api_->object, mdkMediaEventCallback{}, &event_token_);
@@ -132,7 +175,9 @@ void Player::OnCurrentMediaChanged(CurrentMediaChangedCallback callback) {
   mdkCurrentMediaChangedCallback record{};
   if (callback) {
     record.opaque = Keep(std::move(callback));
-    record.cb = [](void* opaque) { (*static_cast<CurrentMediaChangedCallback*>(opaque))(); };
+    record.cb = [](void* opaque) {
+      if (auto callback = Find<CurrentMediaChangedCallback>(opaque)) (*callback)();
+    };
   }
   api_->currentMediaChanged(api_->object, record);
 }
@@ -153,26 +198,75 @@ bool Player::WaitFor(State state, long timeout_ms) {
 std::int64_t Player::Position() { return api_->position(api_->object); }
 
 bool Player::Seek(std::int64_t position_ms, MDK_SeekFlag flags, SeekCallback callback) {
-  auto* pending = new PendingSeek{this, std::move(callback)};
-  {
-    std::lock_guard<std::mutex> lock(seeks_mutex_);
-    pending_seeks_.push_back(pending);
-  }
-  mdkSeekCallback record{&Player::SeekTrampoline, pending};
+  mdkSeekCallback record{&Player::SeekTrampoline, Keep(std::move(callback))};
   return api_->seekWithFlags(api_->object, position_ms, flags, record);
 }
 
 void Player::SeekTrampoline(std::int64_t ms, void* opaque) {
-  auto* pending = static_cast<PendingSeek*>(opaque);
-  Player* owner = pending->owner;
-  {
-    std::lock_guard<std::mutex> lock(owner->seeks_mutex_);
-    auto it = std::find(owner->pending_seeks_.begin(), owner->pending_seeks_.end(), pending);
-    if (it == owner->pending_seeks_.end()) return;  // already freed with its player
-    owner->pending_seeks_.erase(it);
+  // One-shot: found (and forgotten) once, or not at all when the player is gone.
+  if (auto callback = Find<SeekCallback>(opaque, true)) {
+    if (*callback) (*callback)(ms);
   }
-  if (pending->callback) pending->callback(ms);
-  delete pending;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Reaper
+
+namespace {
+
+struct Reaper {
+  std::mutex mutex;
+  std::condition_variable parked_changed;
+  std::vector<std::unique_ptr<Player>> parked;
+  bool started = false;
+};
+
+Reaper& TheReaper() {
+  static Reaper* reaper = new Reaper();  // its thread may still run at exit
+  return *reaper;
+}
+
+void ReapForever() {
+  Reaper& reaper = TheReaper();
+  for (;;) {
+    std::vector<std::unique_ptr<Player>> stopped;
+    {
+      std::unique_lock<std::mutex> lock(reaper.mutex);
+      reaper.parked_changed.wait_for(lock, std::chrono::milliseconds(200));
+      for (auto it = reaper.parked.begin(); it != reaper.parked.end();) {
+        if ((*it)->GetState() == State::kStopped) {
+          stopped.push_back(std::move(*it));
+          it = reaper.parked.erase(it);
+        } else {
+          ++it;
+        }
+      }
+    }
+    for (auto& player : stopped) {
+      player->SetVideoSurfaceSize(-1, -1);
+    }
+    stopped.clear();  // may block while the library winds the player down
+  }
+}
+
+}  // namespace
+
+void PlayerReaper::Park(std::unique_ptr<Player> player) {
+  if (!player) return;
+  Reaper& reaper = TheReaper();
+  std::lock_guard<std::mutex> lock(reaper.mutex);
+  reaper.parked.push_back(std::move(player));
+  if (!reaper.started) {
+    reaper.started = true;
+    std::thread(&ReapForever).detach();
+  }
+  reaper.parked_changed.notify_all();
+}
+
+std::size_t PlayerReaper::ParkedCount() {
+  Reaper& reaper = TheReaper();
+  std::lock_guard<std::mutex> lock(reaper.mutex);
+  return reaper.parked.size();
 }
 
 }  // namespace mdk

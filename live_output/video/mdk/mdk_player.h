@@ -1,8 +1,9 @@
 // One media player of the library, with the operations the video decoder needs, over the
-// library's C function table. Callbacks are std::functions; each registration is kept alive until
-// the player is destroyed, so that a callback the library is running on one of its threads while
-// it is being replaced or removed still finds its target. One-shot seek callbacks are freed when
-// they have run, or with the player.
+// library's C function table. Callbacks are std::functions registered process-wide under ids that
+// are never reused; the library gets the id, not an address. Each registration stays until the
+// player is destroyed (one-shot seek callbacks until they have run), so that a callback the
+// library runs while it is being replaced still finds its target, and one that arrives after the
+// player was destroyed finds nothing and touches no freed memory.
 //
 // Callbacks run on the library's threads.
 
@@ -79,24 +80,27 @@ class Player {
   bool Seek(std::int64_t position_ms, MDK_SeekFlag flags, SeekCallback callback);
 
  private:
-  struct PendingSeek;
   Player(std::shared_ptr<Library> library, const mdkPlayerAPI* api);
   static void SeekTrampoline(std::int64_t ms, void* opaque);
 
-  // Keeps a registration's target alive for the player's lifetime and returns it.
+  // Registers a callback for the player's lifetime; answers the opaque value for the library.
   template <typename T>
-  T* Keep(T value);
+  void* Keep(T value);
 
   std::shared_ptr<Library> library_;
   const mdkPlayerAPI* api_;
-  std::vector<std::shared_ptr<void>> kept_callbacks_;
+  std::vector<std::uintptr_t> callback_ids_;
   mdkMediaEventToken event_token_ = 0;
   bool event_registered_ = false;
+};
 
-  // Seeks whose callback has not run yet. Guarded by seeks_mutex_ (the library's threads remove
-  // entries as their callbacks run).
-  std::mutex seeks_mutex_;
-  std::vector<PendingSeek*> pending_seeks_;
+// Destroys players that would not stop, on a thread of its own, once they report Stopped: the
+// library may block in their destruction until then, and no caller (least of all the interface's
+// thread) may wait for that. A player that never stops is kept until the process ends.
+class PlayerReaper {
+ public:
+  static void Park(std::unique_ptr<Player> player);
+  static std::size_t ParkedCount();
 };
 
 }  // namespace mdk
