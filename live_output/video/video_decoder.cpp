@@ -224,11 +224,12 @@ void VideoDecoder::RegisterCallbacksLocked() {
   });
   // The library reports errors as negative codes with the error text as detail, under the
   // category of whatever failed ("decoder.video", "reader", ...), and the decoder it opened for a
-  // stream under "decoder.video" / "decoder.audio".
+  // stream under "decoder.video" / "decoder.audio". Builds that report under the plain "error" and
+  // "decoder" categories are understood too.
   player_->OnEvent([](const mdk::MediaEvent& event) {
-    if (event.error < 0) {
+    if (event.error < 0 || event.category == "error") {
       Log().Error(kCategory, "MDK error: %s - %s", event.category.c_str(), event.detail.c_str());
-    } else if (event.category == "decoder.video") {
+    } else if (event.category == "decoder.video" || event.category == "decoder") {
       Log().Info(kCategory, "MDK decoder: %s", event.detail.c_str());
     }
     return false;
