@@ -1,7 +1,6 @@
 // The browser host against the WebView2 stand-in: creation outcomes (user-data folder, loader
 // location), the display-surface set-up, the input-disabling walk and its timer, forwarded events
-// and silence after destruction (capture is tested through the plugin). Also checks our
-// declarations' slot numbers against the ABI.
+// and silence after destruction (capture is tested through the plugin).
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <webview2_standin.h>
@@ -234,52 +233,6 @@ TEST_F(NativeWebViewTest, NothingRunsAfterDestruction) {
     EXPECT_EQ(calls, hold ? 0 : 1);
     EXPECT_EQ(WebView2Standin_LiveObjects(), 0);
   }
-}
-
-// The slot of a virtual method as MinGW encodes it in a pointer to member (byte offset + 1).
-template <typename Method>
-std::ptrdiff_t SlotOf(Method method) {
-  std::ptrdiff_t encoded = 0;
-  static_assert(sizeof(method) >= sizeof(encoded), "pointer to member");
-  std::memcpy(&encoded, &method, sizeof(encoded));
-  return (encoded - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
-}
-
-TEST(WebView2DeclarationsTest, SlotsMatchTheBrowserAbi) {
-#if defined(__GNUC__)
-  const std::pair<std::ptrdiff_t, int> slots[] = {
-      {SlotOf(&ICoreWebView2Controller::put_IsVisible), 4},
-      {SlotOf(&ICoreWebView2Controller::put_Bounds), 6},
-      {SlotOf(&ICoreWebView2Controller::put_ZoomFactor), 8},
-      {SlotOf(&ICoreWebView2Controller::add_GotFocus), 15},
-      {SlotOf(&ICoreWebView2Controller::add_AcceleratorKeyPressed), 19},
-      {SlotOf(&ICoreWebView2Controller::Close), 24},
-      {SlotOf(&ICoreWebView2Controller::get_CoreWebView2), 25},
-      {SlotOf(&ICoreWebView2Controller2::put_DefaultBackgroundColor), 27},
-      {SlotOf(&ICoreWebView2::Navigate), 5},
-      {SlotOf(&ICoreWebView2::add_NavigationStarting), 7},
-      {SlotOf(&ICoreWebView2::add_NavigationCompleted), 15},
-      {SlotOf(&ICoreWebView2::add_ProcessFailed), 25},
-      {SlotOf(&ICoreWebView2::AddScriptToExecuteOnDocumentCreated), 27},
-      {SlotOf(&ICoreWebView2::CapturePreview), 30},
-      {SlotOf(&ICoreWebView2::Reload), 31},
-      {SlotOf(&ICoreWebView2::remove_WindowCloseRequested), 60},
-      {SlotOf(&ICoreWebView2_2::add_DOMContentLoaded), 64},
-      {SlotOf(&ICoreWebView2_2::get_Environment), 67},
-      {SlotOf(&ICoreWebView2Settings::put_AreDefaultContextMenusEnabled), 14},
-      {SlotOf(&ICoreWebView2Settings::put_IsBuiltInErrorPageEnabled), 20},
-      {SlotOf(&ICoreWebView2Environment::CreateCoreWebView2Controller), 3},
-      {SlotOf(&ICoreWebView2AcceleratorKeyPressedEventArgs::put_Handled), 8},
-      {SlotOf(&ICoreWebView2ProcessFailedEventArgs::get_ProcessFailedKind), 3},
-  };
-  for (std::size_t i = 0; i < sizeof(slots) / sizeof(slots[0]); ++i) {
-    EXPECT_EQ(slots[i].first, slots[i].second) << "entry " << i;
-  }
-#endif
-  EXPECT_EQ(sizeof(COREWEBVIEW2_COLOR), 4u);
-  EXPECT_EQ(sizeof(COREWEBVIEW2_PROCESS_FAILED_KIND), 4u);
-  EXPECT_EQ(sizeof(COREWEBVIEW2_PHYSICAL_KEY_STATUS), 24u);
-  EXPECT_EQ(sizeof(EventRegistrationToken), 8u);
 }
 
 }  // namespace
