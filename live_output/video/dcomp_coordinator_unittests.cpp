@@ -133,7 +133,6 @@ TEST_F(DCompCoordinatorTest, RemovingAPipelineBlanksItsDisplaysAndClearsTheirKey
   EXPECT_EQ(coordinator_->GetAssignedDecoderKey("one"), "");
   EXPECT_EQ(coordinator_->GetAssignedDecoderKey("two"), "");
   EXPECT_EQ(coordinator_->GetAssignedDecoderKey("three"), "b");
-  EXPECT_EQ(coordinator_->GetAssignedDecoderKey("unknown"), "");
   const CommittedComposition blanked = recording_->CommittedFor(first);
   EXPECT_FALSE(blanked.content);
   EXPECT_FALSE(blanked.has_clip);
