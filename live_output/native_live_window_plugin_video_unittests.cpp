@@ -39,6 +39,12 @@ using live_window_test::HangWatchdog;
 using live_window_test::LogText;
 using live_window_test::PumpPending;
 using live_window_test::PumpUntil;
+using live_window_test::ColorNear;
+using live_window_test::ColorText;
+using live_window_test::MakeImage;
+using live_window_test::ScreenPixel;
+using live_window_test::WaitForPresents;
+namespace colors = live_window_test::colors;
 
 constexpr char kChannel[] = "com.kestrun.native_live_window";
 
@@ -420,6 +426,16 @@ TEST_F(VideoRowsTest, DroppedDisplaysAreUnassignedAndWindowsWithoutVideoKeepThei
     windows[id] = std::make_unique<NativeLiveWindow>();
     windows[id]->CreateOnDisplays({display}, [](bool, const std::string&) {});
   }
+  // A window that showed a picture goes black the moment video is assigned to it, before the
+  // video's first frame: the audience never sees the old picture under the video.
+  ASSERT_TRUE(windows["video"]->ShowImageFromPixels(
+      MakeImage(8, 8, [](int, int) { return colors::kRed; }), 8, 8, 0));
+  windows["video"]->RestartRenderLoop();
+  ASSERT_TRUE(WaitForPresents(*windows["video"], 2));
+  const auto video_pixel_is = [](std::uint32_t color) {
+    return PumpUntil([color] { return ColorNear(ScreenPixel(80, 45), color); }, nullptr, 5000);
+  };
+  EXPECT_TRUE(video_pixel_is(colors::kRed)) << ColorText(ScreenPixel(80, 45));
   VideoTopology& topology = plugin_->video_topology();
   const std::vector<DecoderSpec> decoders = {{"a", media_, FitMode::Cover, true, {}, 320, 90, 0}};
   AssignmentSpec video;
@@ -428,6 +444,7 @@ TEST_F(VideoRowsTest, DroppedDisplaysAreUnassignedAndWindowsWithoutVideoKeepThei
   AssignmentSpec image = video;
   image.display_id = "image";
   ASSERT_EQ(topology.Apply(decoders, {video, image}, windows), VideoTopology::ApplyResult::kApplied);
+  EXPECT_TRUE(video_pixel_is(colors::kBlack)) << ColorText(ScreenPixel(80, 45));
   ASSERT_TRUE(windows["image"]->ShowImageFromPixels(std::vector<std::uint8_t>(8 * 8 * 4, 0x80), 8,
                                                     8, 0));
   windows["image"]->RestartRenderLoop();
